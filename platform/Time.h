@@ -1,0 +1,27 @@
+// The clocks that the system has. Both bodies pass tests/platform/TimeTest.cpp.
+#pragma once
+
+#include <cstdint>
+
+namespace ZENNO::platform {
+
+std::uint32_t counterMicros() noexcept;    // monotonic, µs since an arbitrary start, low 32 bits
+std::int64_t steadyNanos() noexcept;       // the same clock, ns
+std::uint32_t millisecondTick() noexcept;  // ms since an arbitrary start, wraps
+
+// About so long: a signal may cut it short, Windows rounds it up to milliseconds. Nothing for 0 and
+// below.
+void sleepNanos(std::int64_t nanos) noexcept;
+void yieldSlice() noexcept;  // gives up the rest of the time slice
+
+// 1 ms ticks while on; each `on` wants its `off`. False where there is no such thing.
+bool raiseTimerResolution(bool on) noexcept;
+
+struct LocalTime {
+    int month = 0;  // 0 to 11
+    int day = 1;
+    int hour = 0, minute = 0, second = 0;
+};
+LocalTime localTimeNow() noexcept;
+
+}  // namespace ZENNO::platform
