@@ -1,0 +1,23 @@
+// Where --output leads.
+#pragma once
+
+#include <string>
+
+#include "target/AudioOutput.h"
+
+namespace velmora_target {
+
+// PCM into a WAV file; the bytes of the stream go in as they are.
+std::unique_ptr<AudioOutput> wavOutput(const std::string& path);
+// DSD into a DSF file.
+std::unique_ptr<AudioOutput> dsfOutput(const std::string& path);
+// A sound device.
+std::unique_ptr<AudioOutput> alsaOutput(const std::string& device);
+
+// What can be said of an --output before any stream: that its folder is not there, that its
+// extension is unknown. Empty if it will do.
+std::string objectionTo(const std::string& output);
+// The factory that a target asks once a stream: numbers files, and picks the file's kind.
+MakeOutput outputMaker(const std::string& output);
+
+}  // namespace velmora_target

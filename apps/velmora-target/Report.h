@@ -1,0 +1,35 @@
+// What the program prints, as text or as one JSON object a line.
+//
+// Keys of a stream's figures, which "figures", "stream" and "summary" have in common: sink, state,
+// format, formatWord, channels, rate, bits, host, hostName, output, endReason, durationMicros,
+// frames, bytes, fillMicros, targetMicros, latencyMicros, packets, dropped, duplicates, reordered,
+// resendRequests, recovered, lost, late, underruns, overflows, bursts, longestGapMicros,
+// infoAnswers, feedback, feedbackLowest, feedbackHighest. They are stable.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "target/Figures.h"
+#include "target/Settings.h"
+
+namespace velmora_target {
+
+class Report {
+public:
+    Report(bool json, bool quiet) : json_(json), quiet_(quiet) {}
+
+    void ready(const TargetSettings& settings, const std::vector<std::string>& interfaces) const;
+    void event(double seconds, const std::string& text) const;
+    void figures(double seconds, const Figures& figures) const;
+    void streamEnded(double seconds, const Figures& figures) const;
+    // The last thing that is printed, quiet or not.
+    void summary(double seconds, const std::optional<Figures>& last, std::uint64_t streams) const;
+
+private:
+    bool json_, quiet_;
+};
+
+}  // namespace velmora_target

@@ -1,0 +1,155 @@
+// velmora-target: a network audio device in software.
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <iostream>
+
+#include "apps/velmora-target/Options.h"
+#include "apps/velmora-target/Outputs.h"
+#include "apps/velmora-target/Ports.h"
+#include "apps/velmora-target/Report.h"
+#include "platform/Thread.h"
+#include "target/Target.h"
+
+namespace velmora_target {
+
+namespace {
+
+// Set by the signal handler, read by the loop, which looks at it several times a second.
+std::atomic<bool> interrupted{false};
+
+void onSignal(int) {
+    interrupted.store(true);
+}
+
+constexpr std::uint64_t second = 1'000'000;
+constexpr std::uint64_t longestWait = 100'000;         // µs: how late a signal is noticed
+constexpr std::uint64_t lookAroundEvery = 5 * second;  // for interfaces that came or went
+constexpr int atOnce = 256;  // datagrams taken between two looks at the clock
+
+// The thin loop around a Target: sockets and clock on one side, what is printed on the other.
+class Program {
+public:
+    explicit Program(const Options& options)
+        : options_(options),
+          target_(options.target, outputMaker(options.output)),
+          report_(options.json, options.quiet) {}
+
+    int run();
+
+private:
+    double secondsAt(std::uint64_t now) const { return static_cast<double>(now - start_) / 1e6; }
+    std::vector<std::uint32_t> scopes() const {
+        return {ports_.scopes().begin(), ports_.scopes().end()};
+    }
+    bool isOver(std::uint64_t now) const {
+        if (interrupted.load() || (options_.once && streams_ != 0)) return true;
+        return options_.seconds && secondsAt(now) >= *options_.seconds;
+    }
+    void takeDatagrams();
+    void sendAndTell(std::uint64_t now);
+    void onClock(std::uint64_t now);
+    int exitCode() const;
+
+    const Options& options_;
+    Ports ports_;
+    Target target_;
+    Report report_;
+    Mail mail_;
+    std::uint64_t start_ = 0, nextFigures_ = 0, nextLookAround_ = 0;
+    std::uint64_t streams_ = 0;
+    std::optional<Figures> lastStream_;
+};
+
+int Program::run() {
+    const std::string failure = ports_.open(options_.target, options_.interfaces);
+    if (!failure.empty()) {
+        std::cerr << "velmora-target: " << failure << '\n';
+        return exitNetwork;
+    }
+    ZENNO::platform::setThreadPriority(ZENNO::platform::Priority::highest);
+    target_.announceOn(scopes());
+    report_.ready(options_.target, ports_.interfaceNames());
+
+    std::uint64_t now = start_ = nowMicros();
+    nextFigures_ = start_ + second;
+    nextLookAround_ = start_ + lookAroundEvery;
+    bool networkFailed = false;
+    while (!isOver(now)) {
+        const std::uint64_t next = std::min(target_.nextTime(now), nextFigures_);
+        if (!ports_.wait(next > now ? std::min(next - now, longestWait) : 0)) {
+            networkFailed = true;
+            break;
+        }
+        takeDatagrams();
+        now = nowMicros();
+        onClock(now);
+    }
+    target_.endStreams(interrupted.load() ? "interrupted" : "time is up", mail_);
+    sendAndTell(nowMicros());
+    report_.summary(secondsAt(nowMicros()), lastStream_, streams_);
+    if (networkFailed) {
+        std::cerr << "velmora-target: waiting on the sockets failed\n";
+        return exitNetwork;
+    }
+    return exitCode();
+}
+
+void Program::takeDatagrams() {
+    Arrival arrival;
+    for (int i = 0; i < atOnce && ports_.receive(arrival); ++i) {
+        target_.onDatagram(arrival, mail_);
+        sendAndTell(arrival.now);
+    }
+}
+
+void Program::onClock(std::uint64_t now) {
+    target_.onTime(now, mail_);
+    sendAndTell(now);
+    if (now >= nextFigures_) {
+        nextFigures_ += (now - nextFigures_) / second * second + second;
+        for (const Figures& figures : target_.figures()) report_.figures(secondsAt(now), figures);
+    }
+    if (now >= nextLookAround_) {
+        nextLookAround_ = now + lookAroundEvery;
+        if (ports_.lookAround()) target_.announceOn(scopes());
+    }
+}
+
+void Program::sendAndTell(std::uint64_t now) {
+    for (const Outgoing& datagram : mail_.datagrams) ports_.send(datagram);
+    mail_.datagrams.clear();
+    for (const std::string& line : mail_.lines) report_.event(secondsAt(now), line);
+    mail_.lines.clear();
+    for (Figures& ended : target_.takeEnded()) {
+        report_.streamEnded(secondsAt(now), ended);
+        ++streams_;
+        lastStream_ = std::move(ended);
+    }
+}
+
+int Program::exitCode() const {
+    if (lastStream_ && lastStream_->outputFailed) return exitOutput;
+    if (interrupted.load() || !options_.once) return exitDone;
+    if (!lastStream_) return exitNoStream;
+    return lastStream_->endReason == "timeout" ? exitSilence : exitDone;
+}
+
+}  // namespace
+
+}  // namespace velmora_target
+
+int main(int count, char** values) {
+    using namespace velmora_target;
+    const CommandLine line = readCommandLine(count, values);
+    if (!line.options) return line.exitCode;
+    const std::string objection = objectionTo(line.options->output);
+    if (!objection.empty()) {
+        std::cerr << "velmora-target: " << objection << '\n';
+        return exitOutput;
+    }
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
+    return Program(*line.options).run();
+}

@@ -1,0 +1,20 @@
+// What is answered on the control port: who this is, and which sinks there are.
+#pragma once
+
+#include <optional>
+
+#include "target/Mail.h"
+#include "target/Settings.h"
+#include "wire/Packet.h"
+
+namespace velmora_target {
+
+// The answer to a message of discovery; nothing for what is none. Messages of the wider protocol
+// for which this target has nothing (transfer, texts, items) are refused, so that no host waits.
+std::optional<ZENNO::Bytes> answerDiscovery(const TargetSettings& settings,
+                                            const VELMORA::wire::PacketView& packet);
+
+// The answer that refuses a message.
+ZENNO::Bytes refusal(std::uint16_t answerId);
+
+}  // namespace velmora_target

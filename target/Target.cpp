@@ -1,0 +1,127 @@
+#include "target/Target.h"
+
+#include <algorithm>
+
+#include "target/Discovery.h"
+#include "target/Messages.h"
+#include "wire/DiscoveryMessage.h"
+
+namespace velmora_target {
+
+using namespace VELMORA::wire;
+
+namespace {
+
+// A watching host takes a target for gone that it has not heard of for 30 s.
+constexpr std::uint64_t notifyEvery = 10'000'000;
+
+}  // namespace
+
+Target::Target(TargetSettings settings, MakeOutput makeOutput)
+    : settings_(std::move(settings)), makeOutput_(std::move(makeOutput)) {
+    for (std::size_t i = 0; i < settings_.sinks.size(); ++i) {
+        sinks_.push_back(
+            std::make_unique<Sink>(settings_, static_cast<std::uint16_t>(i + 1), makeOutput_));
+    }
+}
+
+void Target::onDatagram(const Arrival& arrival, Mail& out) {
+    const auto packet = readPacket(arrival.datagram);
+    if (!packet) return;
+    const std::uint16_t id = packet->id();
+    const std::size_t linesBefore = out.lines.size();
+
+    std::optional<ZENNO::Bytes> reply;
+    if (settings_.refused.contains(id) && id != STREAM_DATA::id) {
+        if (const auto message = messageOf(id)) reply = refusal(message->answer);
+    } else {
+        reply = answer(arrival, *packet, out);
+    }
+    if (reply && !settings_.silent.contains(id)) {
+        out.datagrams.push_back({arrival.localPort, arrival.from, std::move(*reply)});
+    }
+    tellReaders(out, linesBefore);
+}
+
+std::optional<ZENNO::Bytes> Target::answer(const Arrival& arrival, const PacketView& packet,
+                                           Mail& out) {
+    if (arrival.localPort != ControlPort) {
+        Sink* sink = sinkAt(arrival.localPort);
+        return sink != nullptr ? sink->onPacket(arrival, packet, out) : std::nullopt;
+    }
+    // The log has its port in common with the control port.
+    if (packet.id() == LOG_REQ::id) {
+        return log_.onRequest(arrival.from, packet.arg16(8) != 0);
+    }
+    if (packet.id() == HELLO_REQ::id && !packet.text().empty()) {
+        out.lines.push_back("asked for by " + std::string(packet.text()));
+    }
+    return answerDiscovery(settings_, packet);
+}
+
+Sink* Target::sinkAt(std::uint16_t port) {
+    const auto found = std::find_if(sinks_.begin(), sinks_.end(),
+                                    [port](const auto& sink) { return sink->hasPort(port); });
+    return found == sinks_.end() ? nullptr : found->get();
+}
+
+void Target::onTime(std::uint64_t now, Mail& out) {
+    const std::size_t linesBefore = out.lines.size();
+    for (const auto& sink : sinks_) sink->onTime(now, out);
+    announce(now, out);
+    tellReaders(out, linesBefore);
+}
+
+void Target::announce(std::uint64_t now, Mail& out) {
+    if (scopes_.empty() || now < nextNotify_) return;
+    nextNotify_ = now + notifyEvery;
+    if (settings_.silent.contains(NOTIFY::id)) return;
+    for (const std::uint32_t scope : scopes_) {
+        out.datagrams.push_back({ControlPort, ZENNO::IPAddress::allNodes(NotifyPort, scope),
+                                 write(NOTIFY{notifyWord_})});
+    }
+    // Word 0 says that the target has just come up; it is not said again.
+    notifyWord_ =
+        notifyWord_ == 0xffff ? std::uint16_t{1} : static_cast<std::uint16_t>(notifyWord_ + 1);
+}
+
+std::uint64_t Target::nextTime(std::uint64_t now) const {
+    std::uint64_t next = scopes_.empty() ? ~0ull : nextNotify_;
+    for (const auto& sink : sinks_) next = std::min(next, sink->nextTime(now));
+    return next;
+}
+
+void Target::endStreams(const std::string& reason, Mail& out) {
+    const std::size_t linesBefore = out.lines.size();
+    for (const auto& sink : sinks_) sink->endStream(reason, out);
+    tellReaders(out, linesBefore);
+}
+
+void Target::tellReaders(Mail& out, std::size_t from) {
+    for (std::size_t i = from; i < out.lines.size(); ++i) {
+        log_.tell(out.lines[i], ControlPort, out);
+    }
+}
+
+bool Target::isConnected() const {
+    return std::any_of(sinks_.begin(), sinks_.end(),
+                       [](const auto& sink) { return sink->isConnected(); });
+}
+
+std::vector<Figures> Target::figures() const {
+    std::vector<Figures> all;
+    for (const auto& sink : sinks_) {
+        if (const auto figures = sink->figures()) all.push_back(*figures);
+    }
+    return all;
+}
+
+std::vector<Figures> Target::takeEnded() {
+    std::vector<Figures> all;
+    for (const auto& sink : sinks_) {
+        for (Figures& figures : sink->takeEnded()) all.push_back(std::move(figures));
+    }
+    return all;
+}
+
+}  // namespace velmora_target

@@ -1,0 +1,55 @@
+// A whole target: the device that a host finds, negotiates with and plays to.
+//
+// It has no socket, no clock and no thread. Whoever runs it hands over every datagram that comes to
+// the control port or to a sink's ports, calls onTime when nextTime is reached, and sends what
+// comes out from the port that it names. Anything may come in: what is no sound packet, or no
+// message that belongs there, is dropped.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "target/LogChannel.h"
+#include "target/Mail.h"
+#include "target/Settings.h"
+#include "target/Sink.h"
+
+namespace velmora_target {
+
+class Target {
+public:
+    Target(TargetSettings settings, MakeOutput makeOutput);
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+
+    void onDatagram(const Arrival& arrival, Mail& out);
+    void onTime(std::uint64_t now, Mail& out);
+    std::uint64_t nextTime(std::uint64_t now) const;
+    void endStreams(const std::string& reason, Mail& out);
+
+    // Interfaces on which the target makes itself known to watching hosts; none at first.
+    void announceOn(std::vector<std::uint32_t> scopes) { scopes_ = std::move(scopes); }
+
+    const TargetSettings& settings() const noexcept { return settings_; }
+    bool isConnected() const;
+    std::vector<Figures> figures() const;  // of the streams that run, by sink
+    std::vector<Figures> takeEnded();      // of those that ended since the last call
+
+private:
+    std::optional<ZENNO::Bytes> answer(const Arrival& arrival,
+                                       const VELMORA::wire::PacketView& packet, Mail& out);
+    Sink* sinkAt(std::uint16_t port);
+    void announce(std::uint64_t now, Mail& out);
+    void tellReaders(Mail& out, std::size_t from);
+
+    const TargetSettings settings_;
+    const MakeOutput makeOutput_;
+    std::vector<std::unique_ptr<Sink>> sinks_;
+    LogChannel log_;
+    std::vector<std::uint32_t> scopes_;
+    std::uint64_t nextNotify_ = 0;
+    std::uint16_t notifyWord_ = 0;
+};
+
+}  // namespace velmora_target
