@@ -1,0 +1,69 @@
+#include "apps/velmora-play/DriverLog.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+
+#include "tests/apps/Scratch.h"
+
+namespace {
+
+using velmora_play::DriverLog;
+
+void send(std::uint16_t port, const std::string& text) {
+    const auto link = ZENNO::systemEnvironment().makeLink();
+    ASSERT_TRUE(link->open(ZENNO::SocketKind::udpV6));
+    const auto* data = reinterpret_cast<const std::uint8_t*>(text.data());
+    ASSERT_TRUE(link->sendDatagramTo({data, text.size()}, ZENNO::IPAddress::loopbackV6(port),
+                                     /*retry=*/true));
+}
+
+std::string contents(const std::string& path) {
+    std::ostringstream all;
+    all << std::ifstream(path, std::ios::binary).rdbuf();
+    return all.str();
+}
+
+TEST(DriverLog, HoldsEveryLineThatWasSentBeforeItEnded) {
+    const velmora_test::Scratch scratch;
+    const std::string path = scratch.path("driver.log");
+    std::string error, expected;
+    {
+        DriverLog log;
+        ASSERT_TRUE(log.open(path, error, 0)) << error;
+        ASSERT_NE(log.port(), 0);
+        for (int i = 0; i < 20; ++i) {
+            const std::string line = "<134>1 a line " + std::to_string(i);
+            send(log.port(), line);
+            expected += line + '\n';
+        }
+        send(log.port(), std::string(4096, 'x'));
+        expected += std::string(4096, 'x') + '\n';
+    }
+    EXPECT_EQ(contents(path), expected);
+}
+
+TEST(DriverLog, WhoseFileCannotBeWrittenSaysSo) {
+    DriverLog log;
+    std::string error;
+    EXPECT_FALSE(log.open("/nowhere/at/all.log", error, 0));
+    EXPECT_EQ(error, "/nowhere/at/all.log: the driver's log cannot be written.");
+}
+
+TEST(DriverLog, WhosePortIsTakenSaysSo) {
+    const velmora_test::Scratch scratch;
+    DriverLog first, second;
+    std::string error;
+    ASSERT_TRUE(first.open(scratch.path("1.log"), error, 0)) << error;
+    EXPECT_FALSE(second.open(scratch.path("2.log"), error, first.port()));
+    EXPECT_EQ(error, "The driver's log cannot be heard: port " + std::to_string(first.port()) +
+                         " is taken. Is another log viewer running?");
+}
+
+TEST(DriverLog, ThatWasNeverOpenedGoesQuietly) {
+    DriverLog log;
+    EXPECT_EQ(log.port(), 0);
+}
+
+}  // namespace
