@@ -1,0 +1,101 @@
+# ./dev demo: music through the driver to a target on another machine, as far as this one can be two.
+# Sourced by ./dev.
+
+# write_settings FOLDER LINE...: a settings file as the driver reads it.
+write_settings() {
+    mkdir -p "$1/KORVENTE Velmora"
+    local file="$1/KORVENTE Velmora/setting.inf"
+    shift
+    printf '%s\r\n' "$@" >"$file"
+}
+
+# Where the driver under Wine, or the native one, looks for the user's settings.
+windows_settings_folder() {
+    local users=$wine_prefix/drive_c/users
+    printf '%s' "$users/$(id -un)/AppData/Roaming"
+}
+
+# play_over_the_net NATIVE WORK FILE WRITTEN TARGET_ARGS -- PLAYER_ARGS: one session in the two namespaces.
+# Leaves target.json, target.log, player.log and driver.log in WORK; gives the player's exit code.
+play_over_the_net() {
+    local is_native=$1 work=$2 file=$3 written=$4
+    shift 4
+    local target_args=()
+    while [ "$1" != -- ]; do target_args+=("$1"); shift; done
+    shift
+    rm -f "$work"/target.json "$work"/target.log "$work"/player.log "$work"/driver.log "$written"
+    in_target "$(native velmora-target)" --interface vtarget --once --seconds 300 --json --output "$written" \
+        "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
+    local target=$! tries=0
+    until [ -s "$work/target.json" ] || [ $tries -ge 100 ]; do sleep 0.05; tries=$((tries + 1)); done
+    local code=0
+    if [ "$is_native" = yes ]; then
+        in_host env XDG_CONFIG_HOME="$work/config" "$(native velmora-play)" --file "$file" \
+            --driver-log "$work/driver.log" "$@" 2>"$work/player.log" || code=$?
+    else
+        in_host env WINEPREFIX="$wine_prefix" WINEDEBUG=-all wine "$(exe velmora-play)" \
+            --driver "KORVENTE Velmora" --file "$(windows_path "$file")" \
+            --driver-log "$(windows_path "$work/driver.log")" "$@" 2>"$work/player.log" || code=$?
+        # The server holds this namespace's sockets: it ends before anything moves on.
+        in_host env WINEPREFIX="$wine_prefix" wineserver -k -w 2>/dev/null || true
+    fi
+    # A target that heard no end of the stream is told to end here.
+    local waited=0
+    while kill -0 $target 2>/dev/null && [ $waited -lt 100 ] && [ $code = 0 ]; do sleep 0.1; waited=$((waited + 1)); done
+    kill $target 2>/dev/null || true
+    wait $target 2>/dev/null || true
+    return $code
+}
+
+windows_path() { printf 'Z:%s' "${1//\//\\}"; }
+
+demo() {
+    local is_native=no file=
+    while [ $# -gt 0 ]; do
+        case $1 in
+            --native) is_native=yes ;;
+            -*) usage >&2; exit 2 ;;
+            *) file=$1 ;;
+        esac
+        shift
+    done
+    [ -z "$file" ] || [ -r "$file" ] || fail "There is no file $file that can be read."
+    need_packages
+    build_preset release velmora-target velmora-play velmora-audio
+    if [ $is_native = no ]; then
+        build_preset windows asio_korvente_x64 velmora-play
+        need_wine_prefix
+        end_wine
+        register_dll
+        end_wine
+    fi
+    local work=$build/demo
+    mkdir -p "$work"
+    if [ -z "$file" ]; then
+        file=$work/music.wav
+        [ -f "$file" ] || "$(native velmora-audio)" generate --bits 24 --rate 44100 --seconds 10 "$file"
+    fi
+    file=$(realpath "$file")
+    local written=$work/played.wav
+    case ${file,,} in *.dsf) written=$work/played.dsf ;; esac
+
+    local settings
+    if [ $is_native = yes ]; then settings=$work/config; else settings=$(windows_settings_folder); fi
+    write_settings "$settings" "Debug=enable" "DSDMSB=enable" "PCMRequest=32"
+
+    trap 'end_wine; drop_namespaces' EXIT
+    need_namespaces
+    say "Playing $file"
+    if [ $is_native = yes ]; then
+        say "through the driver's Linux build to a target in another network namespace."
+    else
+        say "through asio_korvente_x64.dll under Wine to a target in another network namespace."
+    fi
+    play_over_the_net $is_native "$work" "$file" "$written" --name "Velmora demo target" -- || {
+        local code=$?
+        cat "$work/player.log" >&2
+        fail "The player ended with code $code; the target's words are in ${work#"$root"/}/target.log."
+    }
+    "$(native velmora-audio)" compare --target-summary "$work/target.json" --driver-log "$work/driver.log" \
+        "$file" "$written"
+}

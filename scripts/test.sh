@@ -1,0 +1,144 @@
+# ./dev test: every suite, and a count of all tests at the end. Sourced by ./dev.
+
+suite_names=(format asan tsan windows native-e2e wine-e2e)
+total_passed=0
+total_failed=0
+
+# count SUITE PASSED FAILED
+count() {
+    total_passed=$((total_passed + $2))
+    total_failed=$((total_failed + $3))
+    printf '%-12s %5d passed, %d failed\n' "$1" "$2" "$3"
+}
+
+# run_ctest SUITE PRESET [ARGS...]: the preset's tests, counted from CTest's own closing line.
+run_ctest() {
+    local suite=$1 preset=$2 log=$logs/test-$1.log line failed all
+    shift 2
+    ctest --test-dir "$build/$preset" --output-on-failure "$@" >"$log" 2>&1 || true
+    line=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+' "$log" || true)
+    if [ -z "$line" ]; then
+        tail -n 40 "$log"
+        count "$suite" 0 1
+        return
+    fi
+    failed=$(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$line")
+    all=$(sed -E 's/.*out of ([0-9]+)$/\1/' <<<"$line")
+    [ "$failed" = 0 ] || { grep -vE 'Passed +[0-9.]+ sec$|^ +Start ' "$log" | tail -n 200; }
+    count "$suite" $((all - failed)) "$failed"
+}
+
+suite_format() {
+    if sources | xargs clang-format --dry-run -Werror >"$logs/test-format.log" 2>&1; then count format 1 0; else
+        grep -E 'error' "$logs/test-format.log" | cut -d: -f1 | sort -u | sed 's/^/  not laid out as the tree wants it (.\/dev format): /'
+        count format 0 1
+    fi
+}
+
+suite_asan() {
+    build_preset asan
+    run_ctest asan asan -j 2
+}
+
+suite_tsan() {
+    build_preset tsan
+    run_ctest tsan tsan -j 2
+}
+
+# Every cross-built test program once: to start a process costs Wine more than most cases do.
+suite_windows() {
+    build_preset windows
+    need_wine_prefix
+    end_wine
+    local program log passed=0 failed=0 p f
+    for program in "$build"/windows/bin/test_*.exe; do
+        log=$logs/test-windows-$(basename "$program" .exe).log
+        (cd "$build/windows/bin" && run_wine "$program") >"$log" 2>&1 || true
+        p=$(sed -nE 's/^\[  PASSED  \] ([0-9]+) tests?\..*/\1/p' "$log" | tail -n 1)
+        f=$(sed -nE 's/^ ?([0-9]+) FAILED TESTS?.*/\1/p' "$log" | tail -n 1)
+        # A program that did not come to its end counts as one failure more.
+        if [ -z "$p" ] && [ -z "$f" ]; then f=1; fi
+        [ "${f:-0}" = 0 ] || { grep -E 'Failure|FAILED|error' "$log" | head -n 40; }
+        passed=$((passed + ${p:-0}))
+        failed=$((failed + ${f:-0}))
+    done
+    count windows $passed $failed
+    end_wine
+}
+
+# The table of tests/e2e/cases.txt, natively or under Wine.
+suite_e2e() {
+    local suite=$1 is_native=$2 where=$3 passed=0 failed=0
+    local work=$build/e2e-$where settings
+    mkdir -p "$work"
+    if [ "$is_native" = yes ]; then settings=$work/config; else settings=$(windows_settings_folder); fi
+    need_namespaces
+    local name file_args setting_text target_args loss place
+    while IFS='|' read -r name file_args setting_text target_args loss place; do
+        name=$(sed -E 's/ +$//' <<<"$name")
+        place=${place// /}
+        loss=${loss// /}
+        [ "$place" = both ] || [ "$place" = "$where" ] || continue
+        local kind=wav
+        case $file_args in *--dsd*) kind=dsf ;; esac
+        local id file written
+        id=$(tr -c 'A-Za-z0-9\n' '-' <<<"$name")
+        file=$build/e2e-files/$(tr -c 'A-Za-z0-9\n' '-' <<<"$file_args").$kind
+        written=$work/$id.$kind
+        mkdir -p "$build/e2e-files" "$work/$id"
+        # shellcheck disable=SC2086 # words of a table
+        [ -f "$file" ] || "$(native velmora-audio)" generate --seconds 3 $file_args "$file"
+        local lines
+        IFS=';' read -r -a lines <<<"$(tr -d ' ' <<<"$setting_text")"
+        write_settings "$settings" "${lines[@]}"
+        mkdir -p "$work/$id/config"
+        cp -r "$settings/KORVENTE Velmora" "$work/$id/config/"
+        lose "$loss"
+        local code=0
+        # shellcheck disable=SC2086
+        play_over_the_net "$is_native" "$work/$id" "$file" "$written" $target_args -- >"$work/$id/out.log" 2>&1 || code=$?
+        lose 0
+        if [ $code = 0 ] && "$(native velmora-audio)" compare --target-summary "$work/$id/target.json" \
+            "$file" "$written" >"$work/$id/compare.log" 2>&1; then
+            passed=$((passed + 1))
+            rm -f "$written"
+        else
+            failed=$((failed + 1))
+            say "  $suite: $name failed (player's code $code); see ${work#"$root"/}/$id/"
+            tail -n 5 "$work/$id/player.log" "$work/$id/target.log" "$work/$id/compare.log" 2>/dev/null || true
+        fi
+    done < <(grep -vE '^#|^ *$' tests/e2e/cases.txt)
+    drop_namespaces
+    count "$suite" $passed $failed
+}
+
+suite_native-e2e() {
+    build_preset release velmora-target velmora-play velmora-audio
+    suite_e2e native-e2e yes native
+}
+
+suite_wine-e2e() {
+    build_preset release velmora-target velmora-audio
+    build_preset windows asio_korvente_x64 velmora-play
+    need_wine_prefix
+    end_wine
+    register_dll
+    end_wine
+    suite_e2e wine-e2e no wine
+    end_wine
+}
+
+run_tests() {
+    local suites=("$@") suite
+    [ ${#suites[@]} -gt 0 ] || suites=("${suite_names[@]}")
+    for suite in "${suites[@]}"; do
+        case " ${suite_names[*]} " in *" $suite "*) ;; *) fail "There is no suite $suite; there are: ${suite_names[*]}" ;; esac
+    done
+    need_packages
+    . scripts/demo.sh
+    trap 'end_wine; drop_namespaces' EXIT
+    for suite in "${suites[@]}"; do "suite_$suite"; done
+    say ""
+    say "$total_passed passed, $total_failed failed"
+    [ $total_failed = 0 ]
+}
