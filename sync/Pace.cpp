@@ -35,13 +35,15 @@ Pace::Turn Pace::onTurn(std::uint32_t now, std::uint32_t cycle, const TransferPr
 std::uint32_t Pace::burstSize(std::uint32_t cycle, std::uint16_t count,
                               std::uint16_t most) noexcept {
     if (!hasReached(lateDebt_, cycle)) return count;
-    const std::uint32_t burst = std::min<std::uint32_t>(2u * count, most);
+    // Never fewer than the row asks for: a row may have more packets than the target's limit, and a
+    // burst below its count would never make up for anything.
+    const std::uint32_t burst =
+        std::max<std::uint32_t>(count, std::min<std::uint32_t>(2u * count, most));
     if (burst > count) {
         const auto pay = static_cast<std::uint32_t>(std::uint64_t{burst - count} * cycle / count);
         lateDebt_ = hasReached(lateDebt_, pay) ? lateDebt_ - pay : 0;
     }
-    // A limit of 0 packets would keep the wire silent until the debt is paid, which is never.
-    return burst == 0 ? count : burst;
+    return burst;
 }
 
 }  // namespace VELMORA

@@ -111,10 +111,12 @@ constexpr BurstCase burstCases[] = {
     {"a cycle of debt is paid whole by a doubled burst", 3, 10, 1000, 6, 0},
     {"the limit cuts the burst, and the payment with it", 3, 4, 1000, 4, 667},
     {"a limit equal to the count pays nothing", 3, 3, 5000, 3, 5000},
-    {"a limit below the count is the limit, and pays nothing", 4, 2, 5000, 2, 5000},
+    {"a limit below the count starves nobody, and pays nothing", 4, 2, 5000, 4, 5000},
     {"a limit of 0 does not silence the wire", 4, 0, 5000, 4, 5000},
     {"one packet becomes two", 1, 10, 2500, 2, 1500},
     {"a limit without a limit", 300, 65535, 1000, 600, 0},
+    {"a payment that the debt has not reached, by the modular rule, leaves none", 3, 4, 0x800003e7,
+     4, 0},
     {"a debt beyond half the clock counts as none, by the modular rule", 3, 10, 0x80000400, 3,
      0x80000400},
 };
@@ -130,7 +132,7 @@ TEST(Pace, DebtIsPaidByLargerBursts) {
     }
 }
 
-TEST(Pace, DebtBecomesZeroWhenThePaymentExceedsIt) {
+TEST(Pace, DebtIsPaidByTheCycleInForce) {
     // Var: feedback has shortened the cycle, so a debt of a short cycle meets a full payment.
     Paced p{.profile = row(1000, 2)};
     p.pace.owe(970);
