@@ -140,8 +140,8 @@ void Sync::readDataSize(const ZENNO::IPAddress& to) {
     setPacketLimits(size->mtu, size->maxBurst);
 }
 
-// The mask clears bits 0 and 3 on purpose: 1500 has to give 1428. An MTU of 0 allows no packet,
-// which every search of a transfer then refuses.
+// The mask clears bits 0 and 3 on purpose: 1500 has to give 1428. An MTU below 64 wraps, in 16
+// bits; one of exactly 64 allows no payload, which every trial of a transfer refuses.
 void Sync::setPacketLimits(std::uint16_t mtu, std::uint16_t max) noexcept {
     maxPacketSize = static_cast<std::uint16_t>((mtu - 64) & 0xfff6);
     if (max == 65535) {

@@ -17,7 +17,8 @@ constexpr std::uint64_t mostPayload = 65535 - 25;
 
 PacketSlot::PacketSlot(std::uint64_t largestPayload)
     : room_(std::min(largestPayload, mostPayload)) {
-    buffer.reserve(wire::resentPacketBytes(room_));
+    // Touched as a whole, not only reserved: the worker is not to wait for its pages.
+    buffer.resize(wire::resentPacketBytes(room_));
     wire::writeHeader(header, wire::sizeWordFor(0), 0, 0, {});
     setPayloadSize(0);
     finish();

@@ -43,8 +43,8 @@ bool sendAck(ZENNO::Link& link, ZENNO::Clock& clock, const IPAddress& to,
              const std::uint32_t& waitMicros) {
     answer.clear();
     const std::uint16_t requestId = wire::load16(request, 4);
-    const auto patience = static_cast<std::uint32_t>(
-        std::min<std::uint64_t>(std::uint64_t{waitMicros} * exchangePatience, 0x7fffffff));
+    const auto patience = static_cast<std::uint32_t>(std::min<std::uint64_t>(
+        std::uint64_t{waitMicros} * exchangeTries + exchangePatience, 0x7fffffff));
     const std::uint32_t begin = clock.now();
 
     ZENNO::Bytes datagram;

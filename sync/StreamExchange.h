@@ -19,13 +19,14 @@ bool isFrom(const ZENNO::Link& link, const ZENNO::IPAddress& from,
 // the request's own id. False: the socket failed.
 //
 // Strangers' datagrams and other ids are passed over, and each restarts the wait. A flood of them
-// is endured for exchangePatience waits in all; then the target counts as silent.
+// is endured for five seconds beyond the three tries; then the target counts as silent.
 bool sendAck(ZENNO::Link& link, ZENNO::Clock& clock, const ZENNO::IPAddress& to,
              const ZENNO::Bytes& request, std::uint16_t answerId, ZENNO::Bytes& answer,
              const std::uint32_t& waitMicros);
 
 constexpr int exchangeTries = 3;
-// An answer comes within one wait of its request, or within three; this is far beyond both.
-constexpr std::uint32_t exchangePatience = 20;
+// An answer comes within one wait of its request, or within three; this is what a flood is given on
+// top (µs). The longest exchange then still ends before connectWait does.
+constexpr std::uint32_t exchangePatience = 5000000;
 
 }  // namespace VELMORA

@@ -17,6 +17,7 @@ constexpr std::uint32_t connectWaitMicros = 10000000;   // a try of CONNECT_REQ
 constexpr std::uint32_t disconnectWaitMicros = 500000;  // a try of DSICONNECT_REQ
 constexpr int disconnectTries = 4;
 constexpr std::uint32_t leastNoAnswerLimit = 1000000;
+constexpr std::uint32_t mostSilence = 0x7fffffff / 4;
 
 std::mt19937 randomFor(const TransferProfile& row) {
     if (row.mode == modeRandom) return std::mt19937(std::random_device{}());
@@ -83,7 +84,7 @@ StreamWorker::Step StreamWorker::openStream() {
 
     // The first turn comes at once, the second after half a cycle.
     now_ = clock_.now();
-    lastReceive_ = lastInfo_ = now_;
+    lastReceive_ = lastInfo_ = lastNew_ = now_;
     pace_ = Pace(now_, cycle_, /*catchUp=*/!has(NOFASTFEEDBACK));
     LogLine(6) << "redy to play loop start" << std::uint32_t{isPlaying()};
     trace_.clear();
@@ -167,6 +168,14 @@ StreamWorker::Step StreamWorker::pass() {
         LogLine(6) << "   timeout " << silentFor;
         return leave();
     }
+    // A target that keeps asking for old packets keeps new ones from going out, and the end of the
+    // stream with them.
+    const std::uint32_t stuckFor = now_ - lastNew_;
+    if (state == Sync::Disconnecting &&
+        hasReached(stuckFor, 4 * std::min(noAnswerLimit_, mostSilence))) {
+        LogLine(6) << "   timeout " << stuckFor;
+        return leave();
+    }
     return waitResult == ZENNO::waitReady ? receive() : Step::goOn;
 }
 
@@ -204,6 +213,7 @@ StreamWorker::Step StreamWorker::sendNewPacket(bool lastOfBurst, bool infoDue) {
     }
     wire::rewriteStreamFlags(slot.buffer, flags);
     if (!send(slot)) return Step::fail;
+    lastNew_ = now_;
     if (asksInfo) LogLine(6) << "Request Info " << now_;
     trace(slot);
     if (slot.last != 0) drain_.onClosingSent();
@@ -299,7 +309,11 @@ StreamWorker::Step StreamWorker::disconnectExchange() {
         if (ready == ZENNO::waitError) break;
         // A last look behind a wait that ended without data; only the look, since a blocking
         // socket would keep the read for ever.
-        if (ready == ZENNO::waitTimedOut && link_.poll() != ZENNO::waitReady) continue;
+        if (ready == ZENNO::waitTimedOut) {
+            const int look = link_.poll();
+            if (look == ZENNO::waitError) break;
+            if (look == ZENNO::waitTimedOut) continue;
+        }
 
         std::uint64_t length = 0;
         ZENNO::IPAddress from;

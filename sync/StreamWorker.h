@@ -112,6 +112,7 @@ private:
     float factor_ = 1.0f;         // of this turn's cycle
     std::uint32_t lastInfo_ = 0;  // last request for INFO_ANS
     std::uint32_t lastReceive_ = 0;
+    std::uint32_t lastNew_ = 0;  // when a packet last went out for the first time
     bool targetInvert_ = false, hostInvert_ = false;
     std::uint8_t silence_ = 0;
 };

@@ -190,8 +190,11 @@ void SyncBuffer::stop() {
     LogLine(6) << "SyncBuffer::stop";
     stopRequested.store(true, std::memory_order_release);
     while (!stopped.load(std::memory_order_acquire)) {
-        // Without a session and a buffer worker nobody would ever say so.
-        if (!is_connect() && !bufferWorker.joinable()) break;
+        // Of a session that does not play nobody takes blocks, and without a session it is the
+        // buffer worker alone that could say so.
+        const bool somebodyWill =
+            is_connect() ? playing.load(std::memory_order_acquire) != 0 : bufferWorker.joinable();
+        if (!somebodyWill) break;
         waitForSpace(1);
     }
     Sync::stop();
@@ -203,9 +206,22 @@ void SyncBuffer::pre_disconnect() {
 }
 
 void SyncBuffer::disconnect() {
-    pre_disconnect();
+    LogLine(6) << "SyncBuffer::pre_disconnect";
     LogLine(6) << "SyncBuffer::disconnect";
-    Sync::disconnect();
+    // The state first: the end of the audio, seen by a stream that does not know of its end, would
+    // count as its failure.
+    const bool ends = enterDisconnecting();
+    preDisconnect.store(true, std::memory_order_release);
+    if (ends) {
+        joinWorker();
+        LogLine(6) << "discone";
+    }
+    // A session that is still connecting would keep the buffer worker: it is ended as soon as it
+    // has connected.
+    while (bufferWorker.joinable() && is_connect()) {
+        Sync::disconnect();
+        if (is_connect()) waitForSpace(1);
+    }
     if (bufferWorker.joinable()) bufferWorker.join();
 }
 
