@@ -188,7 +188,11 @@ private:
 
     // Buffer worker writes, host's threads read, to know a call from inside the callback.
     std::atomic<std::thread::id> fillThread_{};
-    bool workerLeft_ = false;  // host's threads; of a stop on the buffer worker
+    // A stop inside the callback has left its worker to the next one. Whoever stops writes, host's
+    // threads read.
+    std::atomic<bool> workerLeft_{false};
     std::thread waitThread_;
-    std::uint32_t startTimeUs_ = 0;  // start writes before it makes the wait thread, which reads
+    // start writes these before it makes the wait thread, which reads
+    std::uint32_t startTimeUs_ = 0;
+    std::uint32_t startDelayUs_ = 0;
 };

@@ -218,7 +218,7 @@ ASIOError AsioVelmora::makeBuffers(ASIOBufferInfo* bufferInfos, std::int32_t num
     callbacks_ = &callbackTable_;
     timeInfoMode_ = callbackTable_.asioMessage != nullptr &&
                     callbackTable_.asioMessage(kAsioSupportsTimeInfo, 0, nullptr, nullptr) != 0;
-    if (timeInfoMode_) resetTimeBlock();
+    resetTimeBlock();  // also for a host that has the other call alone and did not say so
     LogLine(6) << "createBuffer done " << bufferBytes_ << "byte x " << settings_.syncBufferCount;
     return ASE_OK;
 }

@@ -14,11 +14,11 @@ ASIOError AsioVelmora::controlPanel() {
 ASIOError AsioVelmora::runControlPanel() {
     InfFile before;
     before.load(files_.settingPath);
-    if (!surroundings_.runProgramAndWait(files_.controlPanelPath)) {
+    const auto started = [this] { LogLine(6) << files_.controlPanelPath; };
+    if (!surroundings_.runProgramAndWait(files_.controlPanelPath, started)) {
         LogLine(6) << files_.controlPanelPath << " ERROR";
         return ASE_NotPresent;
     }
-    LogLine(6) << files_.controlPanelPath;
 
     InfFile after;
     after.load(files_.settingPath);

@@ -31,7 +31,7 @@ template <class Call>
 bool threadStarted(Call&& call) {
     try {
         return call();
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         return false;
     }
 }
@@ -73,12 +73,13 @@ ASIOError AsioVelmora::startStream() {
     const std::int32_t frames =
         dsd ? bufferBytes_ / 4 : (sampleBytes_ != 0 ? bufferBytes_ / sampleBytes_ : 0);
     const std::uint64_t blocks = static_cast<std::uint64_t>(settings_.syncBufferCount) * multi;
-    if (frames == 0 || blocks == 0) {
+    if (frames == 0) {
         failStart("buffer size error");
         return ASE_NotPresent;
     }
     stream_.setupBuffers(static_cast<std::uint64_t>(frames), blocks);
     planFill();
+    startDelayUs_ = settings_.startDelay;
     stream_.phaseInvert = settings_.phaseInvert ? 1 : 0;
 
     if (!startWorkers() || !startWaitThread()) return ASE_NotPresent;
@@ -216,7 +217,7 @@ void AsioVelmora::startWait() noexcept {
             return false;
         }
         ZENNO::Clock& clock = surroundings_.environment.clock();
-        const StartDelay delay = startDelay(clock.now(), startTimeUs_, settings_.startDelay);
+        const StartDelay delay = startDelay(clock.now(), startTimeUs_, startDelayUs_);
         if (delay.sleep() == 0) {
             LogLine(6) << "start delay " << delay.elapsed << "ms";
         } else {
@@ -243,8 +244,7 @@ bool AsioVelmora::stopStream() {
         // The host calls from inside its callback, on the worker that would have to wait for
         // itself. The session ends all the same; a stop on another thread sees the worker off.
         LogLine(3) << "stop inside the callback";
-        stream_.pre_disconnect();
-        stream_.VELMORA::Sync::disconnect();
+        stream_.disconnectOnBufferWorker();
         workerLeft_ = true;
         return false;
     }

@@ -13,5 +13,7 @@ Surroundings Surroundings::ofThisComputer(ZENNO::Environment& environment) {
             ZENNO::platform::driverFolder(),
             ZENNO::platform::roamingFolder(),
             [] { ZENNO::createLogger(); },
-            [](const std::string& path) { return ZENNO::platform::runProgramAndWait(path); }};
+            [](const std::string& path, const std::function<void()>& onStarted) {
+                return ZENNO::platform::runProgramAndWait(path, onStarted);
+            }};
 }

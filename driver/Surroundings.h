@@ -18,6 +18,8 @@ struct Surroundings {
     std::string driverFolder;   // ends in a backslash
     std::string roamingFolder;  // does not
     std::function<void()> openLog;
-    // False, at once, where the program could not be started; else true when it has ended.
-    std::function<bool(const std::string& path)> runProgramAndWait;
+    // False, at once, where the program could not be started; else `onStarted`, and true when it
+    // has ended.
+    std::function<bool(const std::string& path, const std::function<void()>& onStarted)>
+        runProgramAndWait;
 };

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,9 @@ bool writeWholeFile(const std::string& path, const std::uint8_t* data, std::uint
 bool deleteFile(const std::string& path);
 
 // Starts a program as a user's double click would, shown normally, without arguments, and waits
-// until it has ended. False, at once, when it could not be started.
-bool runProgramAndWait(const std::string& path);
+// until it has ended. False, at once, when it could not be started; else `onStarted` is called
+// before the wait.
+bool runProgramAndWait(const std::string& path, const std::function<void()>& onStarted = {});
 
 // The system's own words for one of its error numbers, without a line end.
 std::string errorText(std::int32_t code);

@@ -205,17 +205,25 @@ void SyncBuffer::pre_disconnect() {
     preDisconnect.store(true, std::memory_order_release);
 }
 
+// The state first: the end of the audio, seen by a stream that does not know of its end, would
+// count as its failure.
+void SyncBuffer::endStream() {
+    const bool ends = enterDisconnecting();
+    preDisconnect.store(true, std::memory_order_release);
+    if (!ends) return;
+    joinWorker();
+    LogLine(6) << "discone";
+}
+
+void SyncBuffer::disconnectOnBufferWorker() {
+    LogLine(6) << "SyncBuffer::pre_disconnect";
+    endStream();
+}
+
 void SyncBuffer::disconnect() {
     LogLine(6) << "SyncBuffer::pre_disconnect";
     LogLine(6) << "SyncBuffer::disconnect";
-    // The state first: the end of the audio, seen by a stream that does not know of its end, would
-    // count as its failure.
-    const bool ends = enterDisconnecting();
-    preDisconnect.store(true, std::memory_order_release);
-    if (ends) {
-        joinWorker();
-        LogLine(6) << "discone";
-    }
+    endStream();
     // A session that is still connecting would keep the buffer worker: it is ended as soon as it
     // has connected.
     while (bufferWorker.joinable() && is_connect()) {

@@ -60,6 +60,9 @@ public:
     void stop();  // blocks until the ring is drained
     void pre_disconnect();
     void disconnect();
+    // For a caller on the buffer worker itself: ends the stream, and leaves this worker's end to a
+    // later disconnect on another thread.
+    void disconnectOnBufferWorker();
     void closeSession();
 
     // Producer.
@@ -96,6 +99,7 @@ private:
     void advanceWriteSlot() noexcept;
     void waitForSpace(std::uint32_t millis);
     void runBufferWorker();
+    void endStream();  // the stream worker has ended when it returns
 
     // Sized before the workers run. The positions hand a slot's bytes over, stored with release and
     // loaded with acquire order: writeSlot the block just filled, readSlot the one that was lent

@@ -71,6 +71,7 @@ HResult getClassObject(const Guid& rclsid, const Guid& riid, void** ppv) noexcep
     if (riid != IID_IUnknown && riid != IID_IClassFactory) return E_NOINTERFACE;
     for (const FactoryRow& row : factoryTable()) {
         if (*row.classId != rclsid) continue;
+        if (ppv == nullptr) return E_POINTER;
         auto* factory = new (std::nothrow) CClassFactory(row);
         if (factory == nullptr) return E_OUTOFMEMORY;
         *ppv = static_cast<IClassFactory*>(factory);

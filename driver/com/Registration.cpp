@@ -16,13 +16,6 @@ constexpr const char* serverKey = "InprocServer32";
 constexpr std::uint32_t pathLimit = 360;
 constexpr std::uint32_t classTextLimit = 100;
 
-std::string lowerCase(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
-
 // What both ways need first.
 struct Identity {
     std::string path;     // of the module, lower case
@@ -31,7 +24,8 @@ struct Identity {
 
 RegistrationResult identify(Identity& out) {
     if (!ZENNO::platform::moduleIsLoaded(moduleFile)) return noModule;
-    out.path = lowerCase(ZENNO::platform::loadedModulePath(moduleFile, pathLimit));
+    out.path =
+        ZENNO::platform::toLowerCase(ZENNO::platform::loadedModulePath(moduleFile, pathLimit));
     if (out.path.empty()) return noModulePath;
     std::wstring text;
     if (!ZENNO::platform::classText(driverClassId, text)) return noClassText;
@@ -44,7 +38,8 @@ void registerClass(const Identity& identity) {
     if (!classes) return;
     if (const RegistryKey known = classes.open(identity.classId)) {
         const RegistryKey server = known.open(serverKey);
-        const std::string path = server ? lowerCase(server.text("", pathLimit)) : std::string();
+        const std::string path =
+            server ? ZENNO::platform::toLowerCase(server.text("", pathLimit)) : std::string();
         if (path == identity.path) return;  // it is this file already
     }
     classes.deleteTree(identity.classId);

@@ -84,7 +84,7 @@ bool deleteFile(const std::string& path) {
     return toNative(path, native) && unlink(native.c_str()) == 0;
 }
 
-bool runProgramAndWait(const std::string& path) {
+bool runProgramAndWait(const std::string& path, const std::function<void()>& onStarted) {
     std::string native;
     if (!toNative(path, native)) return false;
 
@@ -101,6 +101,7 @@ bool runProgramAndWait(const std::string& path) {
         posix_spawn(&child, native.c_str(), nullptr, &attributes, arguments, environ);
     posix_spawnattr_destroy(&attributes);
     if (failure != 0) return false;
+    if (onStarted) onStarted();
 
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }

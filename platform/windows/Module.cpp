@@ -18,6 +18,11 @@ std::string loadedModulePath(const char* fileName, std::uint32_t limit) {
     return path;
 }
 
+std::string toLowerCase(std::string text) {
+    CharLowerBuffA(text.data(), static_cast<DWORD>(text.size()));
+    return text;
+}
+
 bool classText(const Guid& id, std::wstring& out) {
     CLSID classId{};
     static_assert(sizeof classId == sizeof id);

@@ -96,7 +96,7 @@ bool deleteFile(const std::string& path) {
     return toWide(path, wide) && _wremove(wide.data()) == 0;
 }
 
-bool runProgramAndWait(const std::string& path) {
+bool runProgramAndWait(const std::string& path, const std::function<void()>& onStarted) {
     constexpr INT_PTR lastShellError = 32;
     WidePath wide;
     if (!toWide(path, wide)) return false;
@@ -108,6 +108,7 @@ bool runProgramAndWait(const std::string& path) {
     if (!ShellExecuteExW(&what) || reinterpret_cast<INT_PTR>(what.hInstApp) <= lastShellError) {
         return false;
     }
+    if (onStarted) onStarted();
     // No process: the shell has handed the path to a program that was running, and there is nothing
     // to wait for.
     if (what.hProcess) {

@@ -124,6 +124,10 @@ TEST(ClassObject, AnUnknownInterfaceIsRefusedBeforeTheClassIsLookedAt) {
               static_cast<HResult>(0x80040111u));
 }
 
+TEST(ClassObject, ANullOutPointerIsRefusedAndNotFollowed) {
+    EXPECT_EQ(getClassObject(driverClassId, IID_IClassFactory, nullptr), E_POINTER);
+}
+
 TEST(ClassObject, MakesTheDriverUnderItsClassIdentifierAsInterface) {
     void* out = nullptr;
     ASSERT_EQ(getClassObject(driverClassId, IID_IClassFactory, &out), S_OK);

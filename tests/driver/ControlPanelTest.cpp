@@ -23,6 +23,11 @@ TEST(ControlPanel, AProgramThatChangesNothingChangesNothing) {
     ASSERT_TRUE(rig.init());
     const int before = rig.searches();
     LogCapture log(6);
+    rig.program = [&] {
+        EXPECT_THAT(log.texts(6), ElementsAre(rig.panel()))
+            << "told when it starts, not when it ends";
+        return true;
+    };
     EXPECT_EQ(rig.driver().controlPanel(), ASE_OK);
     EXPECT_THAT(rig.programsRun, ElementsAre(rig.panel()));
     EXPECT_THAT(log.texts(6), ElementsAre(rig.panel()));
@@ -44,7 +49,7 @@ TEST(ControlPanel, TheSameKeysInAnotherOrderAreNoChange) {
 TEST(ControlPanel, AProgramThatCannotStartIsTold) {
     PanelRig rig;
     rig.driver();
-    rig.program = [] { return false; };
+    rig.programStarts = false;
     LogCapture log(6);
     EXPECT_EQ(rig.driver().controlPanel(), ASE_NotPresent);
     EXPECT_THAT(log.texts(6), ElementsAre(rig.panel() + " ERROR"));

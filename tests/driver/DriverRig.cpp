@@ -100,8 +100,10 @@ Surroundings DriverRig::surroundings() {
             folders.driverFolder(),
             folders.roamingFolder(),
             [] {},
-            [this](const std::string& path) {
+            [this](const std::string& path, const std::function<void()>& onStarted) {
                 programsRun.push_back(path);
+                if (!programStarts) return false;
+                onStarted();
                 return program();
             }};
 }

@@ -83,7 +83,8 @@ public:
     TestMachine machine;
     StreamTarget target{IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0xaa}, 0, 3)};
     std::vector<std::string> programsRun;
-    std::function<bool()> program = [] { return true; };  // false: could not be started
+    bool programStarts = true;
+    std::function<bool()> program = [] { return true; };  // what it does
     TestHost host;
 
     void setSettings(const std::string& text) { folders.write(folders.settingPath(), text); }

@@ -66,8 +66,12 @@ public:
                            [this](const ZENNO::Bytes& data) { return target.answer(data); });
         }
         driver = std::make_unique<AsioVelmora>(
-            nullptr, Surroundings{network, machine, folders.driverFolder(), folders.roamingFolder(),
-                                  [] {}, [this](const std::string&) { return program(); }});
+            nullptr,
+            Surroundings{network, machine, folders.driverFolder(), folders.roamingFolder(), [] {},
+                         [this](const std::string&, const std::function<void()>& onStarted) {
+                             onStarted();
+                             return program();
+                         }});
         host.onSwitch = [this](std::int32_t half) { write(half); };
     }
 

@@ -152,7 +152,9 @@ TEST(System, WaitsForTheProgramThatItStarts) {
     }
     ASSERT_TRUE(write(copy + ordersSuffix, bytesOf("go")));
 
-    EXPECT_TRUE(runProgramAndWait(copy));
+    bool started = false;
+    EXPECT_TRUE(runProgramAndWait(copy, [&] { started = true; }));
+    EXPECT_TRUE(started);
     Data said;
     ASSERT_TRUE(readWholeFile(copy + ordersSuffix, said));
     EXPECT_EQ(said, bytesOf("done"));
