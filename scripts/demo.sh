@@ -1,12 +1,13 @@
 # ./dev demo: music through the driver to a target on another machine, as far as this one can be two.
 # Sourced by ./dev.
 
-# write_settings FOLDER LINE...: a settings file as the driver reads it.
+# write_settings FOLDER LINE...: a settings file as the driver reads it. It bears the version of the factory
+# file, or the driver would take it for an older release's and put that in its place.
 write_settings() {
     mkdir -p "$1/KORVENTE Velmora"
     local file="$1/KORVENTE Velmora/setting.inf"
     shift
-    printf '%s\r\n' "$@" >"$file"
+    { grep '^Version' packaging/setting_org.inf | tr -d '\r '; printf '%s\r\n' "$@"; } >"$file"
 }
 
 # Where the driver under Wine, or the native one, looks for the user's settings.

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "apps/audio/DsfFile.h"
@@ -115,14 +116,15 @@ nlohmann::json readSummary(const std::string& path) {
     return nlohmann::json::parse(last, nullptr, /*allow_exceptions=*/false);
 }
 
-// Turns that the driver's log calls late.
-std::uint64_t lateTurns(const std::string& path) {
+// Turns that the driver's log calls late; nothing of an empty log, which says nothing of a stream.
+std::optional<std::uint64_t> lateTurns(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::string line;
-    std::uint64_t late = 0;
-    while (std::getline(file, line))
+    std::uint64_t late = 0, lines = 0;
+    for (; std::getline(file, line); ++lines) {
         late += line.find(" localhost over time ") != std::string::npos ? 1u : 0u;
-    return late;
+    }
+    return lines != 0 ? std::optional(late) : std::nullopt;
 }
 
 std::string widthText(const Comparison& c) {
@@ -143,7 +145,7 @@ int compareFiles(const CompareOptions& options) {
                               {"bits", c.bits},         {"rate", c.rate},
                               {"channels", c.channels}, {"path", options.written}};
         if (target.is_object()) out["target"] = target;
-        if (!options.log.empty()) out["late_turns"] = lateTurns(options.log);
+        if (const auto late = lateTurns(options.log)) out["late_turns"] = *late;
         std::cout << out.dump() << '\n';
         return c.exact() ? 0 : 1;
     }
@@ -172,7 +174,11 @@ int compareFiles(const CompareOptions& options) {
         row("underruns at the target", number("underruns"));
         row("longest gap between bursts", number("longestGapMicros") + " us");
     }
-    if (!options.log.empty()) row("late turns", lateTurns(options.log));
+    if (const auto late = lateTurns(options.log)) {
+        row("late turns", *late);
+    } else if (!options.log.empty()) {
+        row("late turns", "not known: the driver's log is empty");
+    }
     std::cout << options.written << '\n';
     return c.exact() ? 0 : 1;
 }
