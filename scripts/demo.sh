@@ -60,6 +60,7 @@ demo() {
         esac
         shift
     done
+    case $file in '' | /*) ;; *) file=$caller/$file ;; esac
     [ -z "$file" ] || [ -r "$file" ] || fail "There is no file $file that can be read."
     need_packages
     build_preset release velmora-target velmora-play velmora-audio
