@@ -61,7 +61,9 @@ native() { printf '%s' "$build/release/bin/$1"; }
 # ---- Wine ----
 
 wine_prefix=$build/wine
-wine_environment() { env WINEPREFIX="$wine_prefix" WINEDEBUG=-all WINEDLLOVERRIDES='mscoree=;mshtml=' "$@"; }
+# A UTF-8 locale: Wine names files by it, and in a plain C locale knows none beyond ASCII.
+wine_variables=(WINEPREFIX="$wine_prefix" WINEDEBUG=-all WINEDLLOVERRIDES='mscoree=;mshtml=' LC_ALL=C.UTF-8)
+wine_environment() { env "${wine_variables[@]}" "$@"; }
 run_wine() { wine_environment wine "$@"; }
 # Waits until the last Windows program of the prefix and its server have gone.
 end_wine() { [ ! -d "$wine_prefix" ] || wine_environment wineserver -k -w 2>/dev/null || true; }

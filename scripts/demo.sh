@@ -34,11 +34,11 @@ play_over_the_net() {
         in_host env XDG_CONFIG_HOME="$work/config" "$(native velmora-play)" --file "$file" \
             --driver-log "$work/driver.log" "$@" 2>"$work/player.log" || code=$?
     else
-        in_host env WINEPREFIX="$wine_prefix" WINEDEBUG=-all wine "$(exe velmora-play)" \
+        in_host env "${wine_variables[@]}" wine "$(exe velmora-play)" \
             --driver "KORVENTE Velmora" --file "$(windows_path "$file")" \
             --driver-log "$(windows_path "$work/driver.log")" "$@" 2>"$work/player.log" || code=$?
         # The server holds this namespace's sockets: it ends before anything moves on.
-        in_host env WINEPREFIX="$wine_prefix" wineserver -k -w 2>/dev/null || true
+        in_host env "${wine_variables[@]}" wineserver -k -w 2>/dev/null || true
     fi
     # A target that heard no end of the stream is told to end here.
     local waited=0

@@ -18,10 +18,16 @@ public:
 
     explicit LogCapture(int level = 7)
         : levelBefore_(ZENNO::logLevel.exchange(level)),
-          sinkBefore_(ZENNO::logger.exchange(this)) {}
+          sinkBefore_(ZENNO::logger.exchange(&hub())) {
+        const std::lock_guard lock(hub().mutex);
+        captureBefore_ = hub().current;
+        hub().current = this;
+    }
     ~LogCapture() override {
         ZENNO::logger = sinkBefore_;
         ZENNO::logLevel = levelBefore_;
+        const std::lock_guard lock(hub().mutex);
+        hub().current = captureBefore_;
     }
 
     void deliver(ZENNO::LogRecord& record) noexcept override {
@@ -65,10 +71,26 @@ public:
     }
 
 private:
+    // What is really installed. A thread that has just looked the sink up may still deliver to it
+    // when the capture has ended: so it never ends, and knows under its mutex who captures.
+    struct Hub final : ZENNO::LogSink {
+        void deliver(ZENNO::LogRecord& record) noexcept override {
+            const std::lock_guard lock(mutex);
+            if (current != nullptr) current->deliver(record);
+        }
+        std::mutex mutex;
+        LogCapture* current = nullptr;
+    };
+    static Hub& hub() {
+        static Hub& hub = *new Hub;
+        return hub;
+    }
+
     mutable std::mutex mutex_;
     std::vector<Line> lines_;
     int levelBefore_;
     ZENNO::LogSink* sinkBefore_;
+    LogCapture* captureBefore_ = nullptr;
 };
 
 }  // namespace velmora_test
