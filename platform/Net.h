@@ -68,16 +68,21 @@ std::int32_t listenOn(std::uint64_t handle, int backlog) noexcept;
 std::int32_t connectSocket(std::uint64_t handle, int family, const Endpoint& to) noexcept;
 std::uint64_t acceptSocket(std::uint64_t handle, Endpoint& from) noexcept;  // noSocket on failure
 
+// Whether a call may block where it says so itself. Where this is false the socket's mode rules
+// alone and `mayBlock` is not looked at; where it is true, the mode costs no system call of its own
+// and setSocketBlocking is not needed.
+bool blockingIsByCall() noexcept;
+
 // Bytes moved, or -1 and `error`. One system call each.
 std::int64_t sendTo(std::uint64_t handle, int family, const std::uint8_t* data, std::uint64_t size,
-                    const Endpoint& to, std::int32_t& error) noexcept;
+                    const Endpoint& to, std::int32_t& error, bool mayBlock = true) noexcept;
 std::int64_t sendOn(std::uint64_t handle, const std::uint8_t* data, std::uint64_t size,
-                    std::int32_t& error) noexcept;
+                    std::int32_t& error, bool mayBlock = true) noexcept;
 // A datagram longer than `size` comes cut, and `size` is the answer.
 std::int64_t receiveFrom(std::uint64_t handle, std::uint8_t* data, std::uint64_t size,
-                         Endpoint& from, std::int32_t& error) noexcept;
+                         Endpoint& from, std::int32_t& error, bool mayBlock = true) noexcept;
 std::int64_t receiveOn(std::uint64_t handle, std::uint8_t* data, std::uint64_t size,
-                       std::int32_t& error) noexcept;
+                       std::int32_t& error, bool mayBlock = true) noexcept;
 
 // Waits until one of at most 64 handles can be read without blocking, or the time is over: the
 // number of ready ones, 0 for a time-out, -1 for an error (no handles at all is one). `ready[i]` is

@@ -109,6 +109,10 @@ auto unbroken(Call call) noexcept {
     }
 }
 
+constexpr int waitFlag(bool mayBlock) noexcept {
+    return mayBlock ? 0 : MSG_DONTWAIT;
+}
+
 constexpr std::int64_t nanosPerSecond = 1'000'000'000;
 
 std::int64_t steadyNow() noexcept {
@@ -246,30 +250,35 @@ std::uint64_t acceptSocket(std::uint64_t handle, Endpoint& from) noexcept {
     return static_cast<std::uint64_t>(fd);
 }
 
+bool blockingIsByCall() noexcept {
+    return true;
+}
+
 std::int64_t sendTo(std::uint64_t handle, int family, const std::uint8_t* data, std::uint64_t size,
-                    const Endpoint& to, std::int32_t& error) noexcept {
+                    const Endpoint& to, std::int32_t& error, bool mayBlock) noexcept {
     SocketAddress address;
     const socklen_t length = fill(address, family, to);
+    const int flags = MSG_NOSIGNAL | waitFlag(mayBlock);
     const ssize_t sent = unbroken(
-        [&] { return sendto(descriptor(handle), data, size, MSG_NOSIGNAL, &address.any, length); });
+        [&] { return sendto(descriptor(handle), data, size, flags, &address.any, length); });
     if (sent < 0) error = lastNetError();
     return sent;
 }
 
 std::int64_t sendOn(std::uint64_t handle, const std::uint8_t* data, std::uint64_t size,
-                    std::int32_t& error) noexcept {
-    const ssize_t sent =
-        unbroken([&] { return send(descriptor(handle), data, size, MSG_NOSIGNAL); });
+                    std::int32_t& error, bool mayBlock) noexcept {
+    const int flags = MSG_NOSIGNAL | waitFlag(mayBlock);
+    const ssize_t sent = unbroken([&] { return send(descriptor(handle), data, size, flags); });
     if (sent < 0) error = lastNetError();
     return sent;
 }
 
 std::int64_t receiveFrom(std::uint64_t handle, std::uint8_t* data, std::uint64_t size,
-                         Endpoint& from, std::int32_t& error) noexcept {
+                         Endpoint& from, std::int32_t& error, bool mayBlock) noexcept {
     SocketAddress address{};
     const ssize_t got = unbroken([&] {
         socklen_t length = sizeof address;
-        return recvfrom(descriptor(handle), data, size, 0, &address.any, &length);
+        return recvfrom(descriptor(handle), data, size, waitFlag(mayBlock), &address.any, &length);
     });
     if (got < 0) {
         error = lastNetError();
@@ -280,8 +289,9 @@ std::int64_t receiveFrom(std::uint64_t handle, std::uint8_t* data, std::uint64_t
 }
 
 std::int64_t receiveOn(std::uint64_t handle, std::uint8_t* data, std::uint64_t size,
-                       std::int32_t& error) noexcept {
-    const ssize_t got = unbroken([&] { return recv(descriptor(handle), data, size, 0); });
+                       std::int32_t& error, bool mayBlock) noexcept {
+    const ssize_t got =
+        unbroken([&] { return recv(descriptor(handle), data, size, waitFlag(mayBlock)); });
     if (got < 0) error = lastNetError();
     return got;
 }

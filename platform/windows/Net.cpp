@@ -198,8 +198,12 @@ std::uint64_t acceptSocket(std::uint64_t handle, Endpoint& from) noexcept {
     return static_cast<std::uint64_t>(peer);
 }
 
+bool blockingIsByCall() noexcept {
+    return false;
+}
+
 std::int64_t sendTo(std::uint64_t handle, int family, const std::uint8_t* data, std::uint64_t size,
-                    const Endpoint& to, std::int32_t& error) noexcept {
+                    const Endpoint& to, std::int32_t& error, bool) noexcept {
     SocketAddress address;
     const int length = fill(address, family, to);
     const int sent = sendto(socketOf(handle), reinterpret_cast<const char*>(data),
@@ -209,7 +213,7 @@ std::int64_t sendTo(std::uint64_t handle, int family, const std::uint8_t* data, 
 }
 
 std::int64_t sendOn(std::uint64_t handle, const std::uint8_t* data, std::uint64_t size,
-                    std::int32_t& error) noexcept {
+                    std::int32_t& error, bool) noexcept {
     const int sent =
         send(socketOf(handle), reinterpret_cast<const char*>(data), static_cast<int>(size), 0);
     if (sent == SOCKET_ERROR) error = WSAGetLastError();
@@ -217,7 +221,7 @@ std::int64_t sendOn(std::uint64_t handle, const std::uint8_t* data, std::uint64_
 }
 
 std::int64_t receiveFrom(std::uint64_t handle, std::uint8_t* data, std::uint64_t size,
-                         Endpoint& from, std::int32_t& error) noexcept {
+                         Endpoint& from, std::int32_t& error, bool) noexcept {
     SocketAddress address{};
     int length = sizeof address;
     int got = recvfrom(socketOf(handle), reinterpret_cast<char*>(data), static_cast<int>(size), 0,
@@ -232,7 +236,7 @@ std::int64_t receiveFrom(std::uint64_t handle, std::uint8_t* data, std::uint64_t
 }
 
 std::int64_t receiveOn(std::uint64_t handle, std::uint8_t* data, std::uint64_t size,
-                       std::int32_t& error) noexcept {
+                       std::int32_t& error, bool) noexcept {
     const int got =
         recv(socketOf(handle), reinterpret_cast<char*>(data), static_cast<int>(size), 0);
     if (got == SOCKET_ERROR) error = WSAGetLastError();

@@ -55,6 +55,20 @@ TEST_F(Net, ErrorsHaveTheNumbersOfWindows) {
     net::closeSocket(socket);
 }
 
+TEST_F(Net, ACallMayDeclineToBlock) {
+    const std::uint64_t socket = net::openSocket(net::familyV6, net::typeDatagram);
+    ASSERT_EQ(net::bindSocket(socket, net::familyV6, loopback()), 0);
+    ASSERT_TRUE(net::blockingIsByCall() || net::setSocketBlocking(socket, false));
+    std::uint8_t room[8];
+    net::Endpoint from;
+    std::int32_t error = 0;
+    EXPECT_EQ(net::receiveFrom(socket, room, sizeof room, from, error, /*mayBlock=*/false), -1);
+    EXPECT_EQ(error, 10035);
+    EXPECT_EQ(net::receiveOn(socket, room, sizeof room, error = 0, /*mayBlock=*/false), -1);
+    EXPECT_EQ(error, 10035);
+    net::closeSocket(socket);
+}
+
 TEST_F(Net, PortsThatTheSystemChoosesAreNeverShared) {
     // Sockets that may reuse addresses: the system must not take that for leave to hand a port out
     // twice.
