@@ -8,6 +8,7 @@
 #include "base/LogLine.h"
 #include "base/Number.h"
 #include "base/Path.h"
+#include "driver/Product.h"
 
 using ZENNO::InfFile;
 using ZENNO::IPAddress;
@@ -182,11 +183,15 @@ std::span<const SettingsKey> settingsKeys() noexcept {
     return keys;
 }
 
+std::string userSettingPath(const std::string& roamingFolder, const std::string& product) {
+    return roamingFolder + "\\" + product + "\\setting.inf";
+}
+
 SettingsFiles locateSettings(const std::string& driverFolder, const std::string& roamingFolder) {
     SettingsFiles files;
-    files.settingPath = roamingFolder + "\\KORVENTE Velmora\\setting.inf";
+    files.settingPath = userSettingPath(roamingFolder, driverProductName);
     files.controlPanelPath = driverFolder;
-    const std::string orgPath = driverFolder + "setting_org.inf";
+    const std::string orgPath = driverFolder + factorySettingName;
 
     bool factoryInUse = false;
     if (!InfFile().load(files.settingPath)) {

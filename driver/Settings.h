@@ -82,6 +82,10 @@ struct SettingsFiles {
     std::string controlPanelPath;
 };
 
+// The user's own settings file. `roamingFolder` without a final backslash.
+std::string userSettingPath(const std::string& roamingFolder, const std::string& product);
+inline constexpr const char* factorySettingName = "setting_org.inf";
+
 // Finds the settings file in use: the user's own, else the one that setting_path.inf names, else
 // the factory's. A file of another Version than the factory's is replaced by it, whole: so a
 // release brings its new keys. `driverFolder` ends in a backslash, `roamingFolder` does not.

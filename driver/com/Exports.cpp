@@ -1,6 +1,8 @@
-// The module's four COM exports and its entry point. Names go out undecorated by exports.def.
+// The module's four COM exports, the finder's, and its entry point. Names go out undecorated by
+// exports.def.
 #include <cstdint>
 
+#include "driver/Finder.h"
 #include "driver/com/ClassFactory.h"
 #include "driver/com/Registration.h"
 #include "platform/ModuleEntry.h"
@@ -34,6 +36,12 @@ HResult DllUnregisterServer() {
     } catch (...) {
         return 0;
     }
+}
+
+// For a program that shows which targets there are: the caller owns the object. Throws what the
+// allocator throws, to a caller of the same C++ library.
+VELMORA::asio_velmora_find_call* DllVelmorafind() {
+    return VELMORA::makeFinder();
 }
 
 }  // extern "C"
