@@ -25,8 +25,9 @@ std::uint64_t Find::filterProduct(std::uint64_t id) {
 bool Find::addTarget(const ZENNO::IPAddress& address, std::uint64_t product,
                      const std::string& name) {
     SinkMap sinks;
-    if (!getSinks(address, sinks)) return false;
-    table_.update(address, product, name, sinks);
+    bool isWhole = false;
+    if (!readSinks(address, sinks, isWhole)) return false;
+    table_.update(address, product, name, sinks, isWhole);
     return true;
 }
 

@@ -56,7 +56,9 @@ bool Find::findMulti(FoundMap& found, std::uint8_t mode) {
     for (int pass = 0; pass < multiPasses; ++pass) {
         if (!sendMulti(wire::write(wire::FIND_REQ{.mode = mode}), acks)) return false;
     }
+    const TimeLimit limit(environment_.clock(), greetingLimit);
     for (const auto& [sender, datagram] : acks) {
+        if (limit.passed()) break;
         // Ahead of the filter: a target that is refused has been greeted all the same.
         if (!hello(sender)) return false;
         const auto answer = wire::readPacket(datagram);
@@ -86,7 +88,7 @@ bool Find::searchTarget(const IPAddress& address, const FoundTarget& target, Tar
     bool hasConfig = false;
     std::string config;  // stays empty where the target gives none; it is served all the same
     if (!askConfig(address, hasConfig, config)) return false;
-    return walkSinks(address, count, [&](const IPAddress& key, FoundSink&& sink) {
+    const TakeSink take = [&](const IPAddress& key, FoundSink&& sink) {
         TargetInfo& info = out[key];
         info.productID = target.product;
         info.reserved = 0;
@@ -98,7 +100,9 @@ bool Find::searchTarget(const IPAddress& address, const FoundTarget& target, Tar
         info.sinkName = std::move(sink.name);
         LogLine(6) << "Velmora Find Sink Out: " << info.targetName << " " << info.sinkNo << " "
                    << info.version << " [" << info.findAddress.scope << "]";
-    });
+    };
+    bool isWhole = false;  // what was walked is good, all or not
+    return walkSinks(address, count, take, isWhole);
 }
 
 bool Find::reFind(const IPAddress& address, std::uint16_t sinkNo, IPAddress& outAddress,

@@ -68,24 +68,34 @@ bool Find::getSink(const IPAddress& address, std::uint16_t sinkNo, IPAddress& ou
 }
 
 // Sinks 1 to `count`, those that are there. A count of tens of thousands, each answered late or
-// never, would hold the caller for hours: the walk has a limit.
-bool Find::walkSinks(const IPAddress& address, std::uint16_t count, const TakeSink& take) {
+// never, would hold the caller for hours: the walk has a limit, and is not whole then.
+bool Find::walkSinks(const IPAddress& address, std::uint16_t count, const TakeSink& take,
+                     bool& isWhole) {
     const TimeLimit walk(environment_.clock(), sinkWalkLimit);
-    for (std::uint32_t no = 1; no <= count && !walk.passed(); ++no) {
+    isWhole = false;
+    for (std::uint32_t no = 1; no <= count; ++no) {
+        if (walk.passed()) return true;
         FoundSink sink;
         sink.sinkNo = static_cast<std::uint16_t>(no);
         IPAddress key;
         if (!getSink(address, sink.sinkNo, key, sink.version, sink.name)) return false;
         if (!key.isNone()) take(key, std::move(sink));
     }
+    isWhole = true;
     return true;
 }
 
-bool Find::getSinks(const IPAddress& address, SinkMap& sinks) {
+bool Find::readSinks(const IPAddress& address, SinkMap& sinks, bool& isWhole) {
     std::uint16_t count = 0, second = 0;
     if (!getSinkCount(address, count, second)) return false;
-    return walkSinks(address, count,
-                     [&](const IPAddress& key, FoundSink&& sink) { sinks[key] = std::move(sink); });
+    return walkSinks(
+        address, count,
+        [&](const IPAddress& key, FoundSink&& sink) { sinks[key] = std::move(sink); }, isWhole);
+}
+
+bool Find::getSinks(const IPAddress& address, SinkMap& sinks) {
+    bool isWhole = false;
+    return readSinks(address, sinks, isWhole);
 }
 
 bool Find::identify(const IPAddress& address, std::uint64_t& product, std::string& name) {

@@ -13,23 +13,29 @@ bool isPresent(const TargetMap::value_type& entry, const SinkMap& sinks) {
            sink->second.version == entry.second.version;
 }
 
+void note(std::list<ZENNO::IPAddress>& keys, const ZENNO::IPAddress& key) {
+    if (keys.size() == mostSinks) keys.pop_front();
+    keys.push_back(key);
+}
+
 }  // namespace
 
 TargetMap::iterator TargetTable::lose(TargetMap::iterator entry, const char* log) {
     ZENNO::LogLine(6) << log << entry->second.targetName << " " << entry->second.sinkNo;
-    lost_.push_back(entry->first);
+    note(lost_, entry->first);
     return targets_.erase(entry);
 }
 
 void TargetTable::update(const ZENNO::IPAddress& address, std::uint64_t product,
-                         const std::string& name, const SinkMap& sinks) {
+                         const std::string& name, const SinkMap& sinks, bool isWhole) {
     const std::lock_guard lock(mutex_);
-    for (auto entry = targets_.begin(); entry != targets_.end(); ++entry) {
+    for (auto entry = targets_.begin(); isWhole && entry != targets_.end(); ++entry) {
         if (entry->second.findAddress != address || isPresent(*entry, sinks)) continue;
         lose(entry, "del Target: ");
         break;
     }
     for (const auto& [key, sink] : sinks) {
+        if (targets_.size() == mostSinks && !targets_.contains(key)) continue;
         const auto [entry, isNew] = targets_.try_emplace(key);
         if (!isNew) continue;
         TargetInfo& info = entry->second;
@@ -39,7 +45,7 @@ void TargetTable::update(const ZENNO::IPAddress& address, std::uint64_t product,
         info.targetName = name;
         info.findAddress = address;
         info.sinkName = sink.name;
-        added_.push_back(key);
+        note(added_, key);
         ZENNO::LogLine(6) << "add Target: " << info.targetName << " " << info.sinkNo;
     }
 }

@@ -23,13 +23,16 @@ struct FoundSink {
 };
 using SinkMap = std::map<ZENNO::IPAddress, FoundSink>;  // key: the sink's address
 
+constexpr std::size_t mostSinks = 65536;  // in one map of sinks, and in each list of keys
+
 class TargetTable {
 public:
     // Brings the entries of the target at `address` up to date with the sinks that it has now. One
     // call takes out at most one vanished sink; several go over several calls. Entries that stay
-    // are not refreshed.
+    // are not refreshed. With `isWhole` false there may be more sinks than these: none is taken
+    // out.
     void update(const ZENNO::IPAddress& address, std::uint64_t product, const std::string& name,
-                const SinkMap& sinks);
+                const SinkMap& sinks, bool isWhole = true);
     void remove(const ZENNO::IPAddress& address);  // all sinks of that target
     void takeAdded(TargetMap& out);                // those of them that are still there
     void takeLost(std::list<ZENNO::IPAddress>& out);
@@ -42,8 +45,9 @@ private:
 
     mutable std::mutex mutex_;  // guards all below
     TargetMap targets_;
-    std::list<ZENNO::IPAddress> lost_;   // keys taken out and not yet handed out
-    std::list<ZENNO::IPAddress> added_;  // keys put in and not yet handed out
+    // Not yet handed out. Where nobody asks, the oldest give way.
+    std::list<ZENNO::IPAddress> lost_;   // keys taken out
+    std::list<ZENNO::IPAddress> added_;  // keys put in
 };
 
 }  // namespace VELMORA
