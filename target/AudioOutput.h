@@ -33,7 +33,8 @@ public:
     std::string where() const override { return {}; }
 };
 
-// Called once a stream, with the sink's number.
-using MakeOutput = std::function<std::unique_ptr<AudioOutput>(std::uint16_t sinkNo)>;
+// Called once a stream, with the output that is in force and the sink's number.
+using MakeOutput =
+    std::function<std::unique_ptr<AudioOutput>(const std::string& output, std::uint16_t sinkNo)>;
 
 }  // namespace velmora_target

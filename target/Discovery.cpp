@@ -50,15 +50,6 @@ std::optional<ZENNO::Bytes> answerDiscovery(const TargetSettings& settings,
         // and goes on.
         case NOPBREAK_REQ::id:
             return refusal(NOPBREAK_REQ::answer);
-        case TRANSFER_REQ::id:
-        case TRANSFEREND_REQ::id:
-        case INFOA_REQ::id:
-        case INFOB_REQ::id:
-        case VALUE_REQ::id:
-        case INFOINDEX_REQ::id:
-        case ITEM_REQ::id:
-        case ITEMVALUE_REQ::id:
-            return refusal(static_cast<std::uint16_t>(packet.id() + 1));
         default:
             return std::nullopt;
     }

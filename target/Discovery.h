@@ -9,8 +9,7 @@
 
 namespace velmora_target {
 
-// The answer to a message of discovery; nothing for what is none. Messages of the wider protocol
-// for which this target has nothing (transfer, texts, items) are refused, so that no host waits.
+// The answer to a message of the search; nothing for what is none.
 std::optional<ZENNO::Bytes> answerDiscovery(const TargetSettings& settings,
                                             const VELMORA::wire::PacketView& packet);
 

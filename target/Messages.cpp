@@ -32,6 +32,8 @@ constexpr std::array table{
     named<HELLO_REQ>("HELLO_REQ"),
     named<CLIENT_REQ>("CLIENT_REQ"),
     named<TRANSFER_REQ>("TRANSFER_REQ"),
+    named<TRANSFER_DATA>("TRANSFER_DATA"),
+    MessageName{"TRANSFER_ACK", TRANSFER_DATA::id, TRANSFER_ACK::id},  // the same by another name
     named<TRANSFEREND_REQ>("TRANSFEREND_REQ"),
     named<INFOA_REQ>("INFOA_REQ"),
     named<INFOB_REQ>("INFOB_REQ"),

@@ -77,11 +77,12 @@ ZENNO::Bytes Sink::connect(const Arrival& arrival, VELMORA::SinkConfig format, M
     // Our answer was lost: the same stream, answered again.
     if (stream_ && stream_->host() == arrival.from && !stream_->hasData() &&
         stream_->format() == format) {
+        yes.wantsInvert = stream_->wantsInvert();
         return write(yes);
     }
     endStream("replaced", out);
 
-    std::unique_ptr<AudioOutput> output = makeOutput_(sinkNo_);
+    std::unique_ptr<AudioOutput> output = makeOutput_(settings_.output, sinkNo_);
     const std::string failure = output->open(format);
     if (!failure.empty()) {
         out.lines.push_back("refused " + textOf(arrival.from) + ": " + failure);
@@ -117,6 +118,11 @@ void Sink::endStream(const std::string& reason, Mail& out) {
                         " frames, " + std::to_string(f.recovered) + " recovered, " +
                         std::to_string(f.lost) + " lost, " + std::to_string(f.underruns) +
                         " underruns");
+}
+
+std::string Sink::describe() const {
+    if (!stream_) return "idle";
+    return textOf(stream_->format()) + ", from " + textOf(stream_->host());
 }
 
 std::optional<Figures> Sink::figures() const {

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "target/Mail.h"
@@ -27,6 +28,7 @@ public:
         return port == sink().port || port == sink().streamPort;
     }
     bool isConnected() const noexcept { return stream_.has_value(); }
+    std::string describe() const;  // "idle", or who plays what
     std::optional<Figures> figures() const;
     std::vector<Figures> takeEnded();  // streams that ended since the last call
 

@@ -22,6 +22,7 @@ Stream::Stream(const TargetSettings& settings, const Opening& opening,
                std::unique_ptr<AudioOutput> output)
     : settings_(settings),
       opening_(opening),
+      wantsInvert_(settings.phaseInvert),
       output_(std::move(output)),
       playout_(playoutFor(settings, opening), *output_),
       feedback_(settings.feedbackEncoding),
@@ -83,8 +84,9 @@ void Stream::askForMissing(std::uint64_t now, Mail& out) {
 
 void Stream::send(INFO_ANS message, Mail& out) {
     if (settings_.silent.contains(STREAM_DATA::id)) return;
+    if (isLost(settings_.lostAnswers, STREAM_DATA::id, random_)) return;
     // Every INFO_ANS says the phase anew; a host takes it from each.
-    message.wantsInvert = settings_.phaseInvert;
+    message.wantsInvert = wantsInvert_;
     message.accepted = !settings_.refused.contains(STREAM_DATA::id);
     out.datagrams.push_back({opening_.localPort, opening_.host, write(message)});
 }

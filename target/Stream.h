@@ -40,6 +40,7 @@ public:
 
     const ZENNO::IPAddress& host() const noexcept { return opening_.host; }
     VELMORA::SinkConfig format() const noexcept { return opening_.format; }
+    bool wantsInvert() const noexcept { return wantsInvert_; }
     bool hasData() const noexcept { return figures_.packets != 0; }
     std::uint64_t silentFor(std::uint64_t now) const noexcept { return now - lastHeard_; }
     Figures figures() const;
@@ -50,6 +51,7 @@ private:
 
     const TargetSettings& settings_;
     Opening opening_;
+    const bool wantsInvert_;  // as at the opening, like the silence that playout makes
     std::unique_ptr<AudioOutput> output_;
     Playout playout_;
     Feedback feedback_;

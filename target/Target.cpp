@@ -15,10 +15,20 @@ namespace {
 // A watching host takes a target for gone that it has not heard of for 30 s.
 constexpr std::uint64_t notifyEvery = 10'000'000;
 
+// Of a burst of TRANSFER_DATA only the last one is answered, whatever the answer.
+bool isAnswered(const PacketView& packet) {
+    return packet.id() != TRANSFER_DATA::id || (packet.arg16(8) & TRANSFER_DATA::lastMark) != 0;
+}
+
 }  // namespace
 
-Target::Target(TargetSettings settings, MakeOutput makeOutput)
-    : settings_(std::move(settings)), makeOutput_(std::move(makeOutput)) {
+Target::Target(TargetSettings settings, MakeOutput makeOutput, Storage storage)
+    : settings_(std::move(settings)),
+      items_(settings_, storage.kept, std::move(storage.keep)),
+      makeOutput_(std::move(makeOutput)),
+      transfers_(settings_, std::move(storage.makeInboxItem)),
+      info_(settings_, sinks_),
+      random_(settings_.seed) {
     for (std::size_t i = 0; i < settings_.sinks.size(); ++i) {
         sinks_.push_back(
             std::make_unique<Sink>(settings_, static_cast<std::uint16_t>(i + 1), makeOutput_));
@@ -29,16 +39,23 @@ void Target::onDatagram(const Arrival& arrival, Mail& out) {
     const auto packet = readPacket(arrival.datagram);
     if (!packet) return;
     const std::uint16_t id = packet->id();
+    if (!begun_) begun_ = arrival.now;
+    if (isLost(settings_.lost, id, random_)) return;
     const std::size_t linesBefore = out.lines.size();
 
     std::optional<ZENNO::Bytes> reply;
     if (settings_.refused.contains(id) && id != STREAM_DATA::id) {
-        if (const auto message = messageOf(id)) reply = refusal(message->answer);
+        const auto message = messageOf(id);
+        if (message && isAnswered(*packet)) reply = refusal(message->answer);
     } else {
         reply = answer(arrival, *packet, out);
     }
-    if (reply && !settings_.silent.contains(id)) {
+    if (reply && !settings_.silent.contains(id) && !isLost(settings_.lostAnswers, id, random_)) {
         out.datagrams.push_back({arrival.localPort, arrival.from, std::move(*reply)});
+    }
+    if (items_.takeChanged()) {
+        nextNotify_ = arrival.now;
+        announce(arrival.now, out);
     }
     tellReaders(out, linesBefore);
 }
@@ -49,6 +66,11 @@ std::optional<ZENNO::Bytes> Target::answer(const Arrival& arrival, const PacketV
         Sink* sink = sinkAt(arrival.localPort);
         return sink != nullptr ? sink->onPacket(arrival, packet, out) : std::nullopt;
     }
+    return answerControl(arrival, packet, out);
+}
+
+std::optional<ZENNO::Bytes> Target::answerControl(const Arrival& arrival, const PacketView& packet,
+                                                  Mail& out) {
     // The log has its port in common with the control port.
     if (packet.id() == LOG_REQ::id) {
         return log_.onRequest(arrival.from, packet.arg16(8) != 0);
@@ -56,7 +78,10 @@ std::optional<ZENNO::Bytes> Target::answer(const Arrival& arrival, const PacketV
     if (packet.id() == HELLO_REQ::id && !packet.text().empty()) {
         out.lines.push_back("asked for by " + std::string(packet.text()));
     }
-    return answerDiscovery(settings_, packet);
+    auto reply = transfers_.answer(arrival, packet, out);
+    if (!reply) reply = items_.answer(packet, arrival.now, out);
+    if (!reply) reply = info_.answer(packet, arrival.now - *begun_, out);
+    return reply ? std::move(reply) : answerDiscovery(settings_, packet);
 }
 
 Sink* Target::sinkAt(std::uint16_t port) {
@@ -66,17 +91,21 @@ Sink* Target::sinkAt(std::uint16_t port) {
 }
 
 void Target::onTime(std::uint64_t now, Mail& out) {
+    if (!begun_) begun_ = now;
     const std::size_t linesBefore = out.lines.size();
     for (const auto& sink : sinks_) sink->onTime(now, out);
+    items_.onTime(now);
+    transfers_.onTime(now, out);
     announce(now, out);
     tellReaders(out, linesBefore);
 }
 
 void Target::announce(std::uint64_t now, Mail& out) {
-    if (scopes_.empty() || now < nextNotify_) return;
+    if (!announces() || now < nextNotify_) return;
     nextNotify_ = now + notifyEvery;
     if (settings_.silent.contains(NOTIFY::id)) return;
     for (const std::uint32_t scope : scopes_) {
+        if (isLost(settings_.lostAnswers, NOTIFY::id, random_)) continue;
         out.datagrams.push_back({ControlPort, ZENNO::IPAddress::allNodes(NotifyPort, scope),
                                  write(NOTIFY{notifyWord_})});
     }
@@ -86,7 +115,8 @@ void Target::announce(std::uint64_t now, Mail& out) {
 }
 
 std::uint64_t Target::nextTime(std::uint64_t now) const {
-    std::uint64_t next = scopes_.empty() ? ~0ull : nextNotify_;
+    std::uint64_t next = announces() ? nextNotify_ : ~0ull;
+    next = std::min({next, items_.nextTime(), transfers_.nextTime()});
     for (const auto& sink : sinks_) next = std::min(next, sink->nextTime(now));
     return next;
 }
@@ -94,6 +124,7 @@ std::uint64_t Target::nextTime(std::uint64_t now) const {
 void Target::endStreams(const std::string& reason, Mail& out) {
     const std::size_t linesBefore = out.lines.size();
     for (const auto& sink : sinks_) sink->endStream(reason, out);
+    transfers_.endAll(reason, out);
     tellReaders(out, linesBefore);
 }
 

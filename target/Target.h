@@ -10,28 +10,41 @@
 #include <optional>
 #include <vector>
 
+#include "target/Info.h"
+#include "target/Items.h"
 #include "target/LogChannel.h"
 #include "target/Mail.h"
 #include "target/Settings.h"
 #include "target/Sink.h"
+#include "target/Transfers.h"
 
 namespace velmora_target {
 
+// What outlasts a target, and where to: without them nothing is kept and no transfer is taken.
+struct Storage {
+    KeptValues kept;  // from the last run; goes before the settings
+    KeepValues keep;
+    MakeInboxItem makeInboxItem;
+};
+
 class Target {
 public:
-    Target(TargetSettings settings, MakeOutput makeOutput);
+    Target(TargetSettings settings, MakeOutput makeOutput, Storage storage = {});
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
 
     void onDatagram(const Arrival& arrival, Mail& out);
     void onTime(std::uint64_t now, Mail& out);
     std::uint64_t nextTime(std::uint64_t now) const;
-    void endStreams(const std::string& reason, Mail& out);
+    void endStreams(const std::string& reason, Mail& out);  // and transfers
 
     // Interfaces on which the target makes itself known to watching hosts; none at first.
     void announceOn(std::vector<std::uint32_t> scopes) { scopes_ = std::move(scopes); }
 
     const TargetSettings& settings() const noexcept { return settings_; }
+    std::vector<std::string> keptLines() const { return items_.keptLines(); }
+    const TransferCounts& transferCounts() const noexcept { return transfers_.counts(); }
+    std::uint64_t settingChanges() const noexcept { return items_.changes(); }
     bool isConnected() const;
     std::vector<Figures> figures() const;  // of the streams that run, by sink
     std::vector<Figures> takeEnded();      // of those that ended since the last call
@@ -39,14 +52,22 @@ public:
 private:
     std::optional<ZENNO::Bytes> answer(const Arrival& arrival,
                                        const VELMORA::wire::PacketView& packet, Mail& out);
+    std::optional<ZENNO::Bytes> answerControl(const Arrival& arrival,
+                                              const VELMORA::wire::PacketView& packet, Mail& out);
     Sink* sinkAt(std::uint16_t port);
+    bool announces() const noexcept { return settings_.announces && !scopes_.empty(); }
     void announce(std::uint64_t now, Mail& out);
     void tellReaders(Mail& out, std::size_t from);
 
-    const TargetSettings settings_;
+    TargetSettings settings_;  // changed by items_ alone
+    Items items_;
     const MakeOutput makeOutput_;
-    std::vector<std::unique_ptr<Sink>> sinks_;
+    Sinks sinks_;
+    Transfers transfers_;
+    Info info_;
     LogChannel log_;
+    std::mt19937 random_;
+    std::optional<std::uint64_t> begun_;  // the first time that it was told
     std::vector<std::uint32_t> scopes_;
     std::uint64_t nextNotify_ = 0;
     std::uint16_t notifyWord_ = 0;

@@ -21,7 +21,7 @@ enum ExitCode : int {
 struct Options {
     TargetSettings target;
     std::vector<std::string> interfaces;  // empty: all
-    std::string output = "none";
+    std::string state, inbox;             // a file, a folder; empty: none
     std::optional<double> seconds;
     bool once = false, json = false, quiet = false;
 };

@@ -2,28 +2,31 @@
 
 #include <filesystem>
 #include <map>
+#include <utility>
+
+#include "target/OutputChoice.h"
 
 namespace velmora_target {
 
 namespace {
 
-constexpr std::string_view alsaPrefix = "alsa:";
-
 // A file that gets its name when a stream opens it: with a number from the second one on, so that
 // no stream overwrites another's.
 class NumberedFile final : public AudioOutput {
 public:
-    NumberedFile(std::filesystem::path path, std::uint16_t sinkNo, std::shared_ptr<int> written)
+    NumberedFile(std::filesystem::path path, std::uint16_t sinkNo, std::shared_ptr<int> written,
+                 bool mayReplace)
         : extension_(path.extension()),
           stem_(path.replace_extension().string() +
                 (sinkNo > 1 ? "-sink" + std::to_string(sinkNo) : std::string())),
-          written_(std::move(written)) {}
+          written_(std::move(written)),
+          mayReplace_(mayReplace) {}
 
     std::string open(VELMORA::SinkConfig format) override {
-        const std::string stem =
-            *written_ == 0 ? stem_ : stem_ + "-" + std::to_string(*written_ + 1);
         const bool isDsf = extension_.empty() ? format.isDsd() : extension_ == ".dsf";
-        file_ = isDsf ? dsfOutput(stem + ".dsf") : wavOutput(stem + ".wav");
+        const char* extension = isDsf ? ".dsf" : ".wav";
+        while (!mayReplace_ && std::filesystem::exists(stem() + extension)) ++*written_;
+        file_ = isDsf ? dsfOutput(stem() + extension) : wavOutput(stem() + extension);
         const std::string failure = file_->open(format);
         if (failure.empty()) ++*written_;
         return failure;
@@ -33,9 +36,14 @@ public:
     std::string where() const override { return file_ ? file_->where() : std::string(); }
 
 private:
+    std::string stem() const {
+        return *written_ == 0 ? stem_ : stem_ + "-" + std::to_string(*written_ + 1);
+    }
+
     std::filesystem::path extension_;
     std::string stem_;
     std::shared_ptr<int> written_;  // streams of this sink that have a file
+    bool mayReplace_;
     std::unique_ptr<AudioOutput> file_;
 };
 
@@ -56,19 +64,17 @@ std::string objectionTo(const std::string& output) {
     return {};
 }
 
-MakeOutput outputMaker(const std::string& output) {
-    if (output == "none") {
-        return [](std::uint16_t) { return std::make_unique<NoOutput>(); };
-    }
-    if (output.starts_with(alsaPrefix)) {
-        return [output](std::uint16_t) { return alsaOutput(output.substr(alsaPrefix.size())); };
-    }
-    return [output, written = std::map<std::uint16_t, std::shared_ptr<int>>()](
-               std::uint16_t sinkNo) mutable {
-        std::shared_ptr<int>& count = written[sinkNo];
-        if (!count) count = std::make_shared<int>(0);
-        return std::make_unique<NumberedFile>(output, sinkNo, count);
-    };
+MakeOutput outputMaker(const std::string& own) {
+    using Written = std::map<std::pair<std::string, std::uint16_t>, std::shared_ptr<int>>;
+    return
+        [own, written = Written()](const std::string& output,
+                                   std::uint16_t sinkNo) mutable -> std::unique_ptr<AudioOutput> {
+            if (output == "none") return std::make_unique<NoOutput>();
+            if (output.starts_with(alsaPrefix)) return alsaOutput(output.substr(alsaPrefix.size()));
+            std::shared_ptr<int>& count = written[{output, sinkNo}];
+            if (!count) count = std::make_shared<int>(0);
+            return std::make_unique<NumberedFile>(output, sinkNo, count, output == own);
+        };
 }
 
 }  // namespace velmora_target

@@ -17,7 +17,9 @@ std::unique_ptr<AudioOutput> alsaOutput(const std::string& device);
 // What can be said of an --output before any stream: that its folder is not there, that its
 // extension is unknown. Empty if it will do.
 std::string objectionTo(const std::string& output);
-// The factory that a target asks once a stream: numbers files, and picks the file's kind.
-MakeOutput outputMaker(const std::string& output);
+// The factory that a target asks once a stream: numbers files, and picks the file's kind. Only the
+// output that the command line gave (`own`) may replace a file of an earlier run; what a host named
+// never does.
+MakeOutput outputMaker(const std::string& own);
 
 }  // namespace velmora_target

@@ -159,15 +159,26 @@ void Report::streamEnded(double seconds, const Figures& f) const {
 }
 
 void Report::summary(double seconds, const std::optional<Figures>& last,
-                     std::uint64_t streams) const {
+                     const Totals& totals) const {
+    const auto [streams, changes, transfers] = totals;
     if (json_) {
         Json object = objectOf("summary", seconds);
         object["streamCount"] = streams;
+        object["settingChanges"] = changes;
+        object["transfers"] = transfers.whole;
+        object["transfersFailed"] = transfers.failed;
+        object["transferBytes"] = transfers.bytes;
+        object["transferDuplicates"] = transfers.duplicates;
         addFigures(object, last.value_or(Figures{}));
         print(object);
         return;
     }
     std::printf("%" PRIu64 " stream%s in %.1f s\n", streams, streams == 1 ? "" : "s", seconds);
+    if (changes != 0) std::printf("  settings       %" PRIu64 " changed\n", changes);
+    if (transfers.whole + transfers.failed != 0) {
+        std::printf("  transfers      %" PRIu64 " whole, %" PRIu64 " bytes, %" PRIu64 " failed\n",
+                    transfers.whole, transfers.bytes, transfers.failed);
+    }
     if (last) printSummary(*last);
     std::fflush(stdout);
 }

@@ -14,6 +14,7 @@
 
 #include "target/Figures.h"
 #include "target/Settings.h"
+#include "target/Transfers.h"
 
 namespace velmora_target {
 
@@ -25,8 +26,12 @@ public:
     void event(double seconds, const std::string& text) const;
     void figures(double seconds, const Figures& figures) const;
     void streamEnded(double seconds, const Figures& figures) const;
+    struct Totals {
+        std::uint64_t streams = 0, settingChanges = 0;
+        TransferCounts transfers;
+    };
     // The last thing that is printed, quiet or not.
-    void summary(double seconds, const std::optional<Figures>& last, std::uint64_t streams) const;
+    void summary(double seconds, const std::optional<Figures>& last, const Totals& totals) const;
 
 private:
     bool json_, quiet_;

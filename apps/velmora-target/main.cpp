@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <iostream>
 
 #include "apps/velmora-target/Options.h"
@@ -10,6 +11,8 @@
 #include "apps/velmora-target/Ports.h"
 #include "apps/velmora-target/Report.h"
 #include "platform/Thread.h"
+#include "target/InboxFiles.h"
+#include "target/StateFile.h"
 #include "target/Target.h"
 
 namespace velmora_target {
@@ -31,9 +34,9 @@ constexpr int atOnce = 256;  // datagrams taken between two looks at the clock
 // The thin loop around a Target: sockets and clock on one side, what is printed on the other.
 class Program {
 public:
-    explicit Program(const Options& options)
+    Program(const Options& options, Storage storage)
         : options_(options),
-          target_(options.target, outputMaker(options.output)),
+          target_(options.target, outputMaker(options.target.output), std::move(storage)),
           report_(options.json, options.quiet) {}
 
     int run();
@@ -70,7 +73,8 @@ int Program::run() {
     }
     ZENNO::platform::setThreadPriority(ZENNO::platform::Priority::highest);
     target_.announceOn(scopes());
-    report_.ready(options_.target, ports_.interfaceNames());
+    report_.ready(target_.settings(), ports_.interfaceNames());
+    for (const std::string& line : target_.keptLines()) report_.event(0, line);
 
     std::uint64_t now = start_ = nowMicros();
     nextFigures_ = start_ + second;
@@ -88,7 +92,8 @@ int Program::run() {
     }
     target_.endStreams(interrupted.load() ? "interrupted" : "time is up", mail_);
     sendAndTell(nowMicros());
-    report_.summary(secondsAt(nowMicros()), lastStream_, streams_);
+    report_.summary(secondsAt(nowMicros()), lastStream_,
+                    {streams_, target_.settingChanges(), target_.transferCounts()});
     if (networkFailed) {
         std::cerr << "velmora-target: waiting on the sockets failed\n";
         return exitNetwork;
@@ -136,6 +141,42 @@ int Program::exitCode() const {
     return lastStream_->endReason == "timeout" ? exitSilence : exitDone;
 }
 
+bool isFolder(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::is_directory(path, ignored);
+}
+
+int complain(const std::string& what, int exitCode) {
+    std::cerr << "velmora-target: " << what << '\n';
+    return exitCode;
+}
+
+int runWith(const Options& options) {
+    const std::string objection = objectionTo(options.target.output);
+    if (!objection.empty()) return complain(objection, exitOutput);
+    for (const std::string& folder : {options.target.outputFolder, options.inbox}) {
+        if (!folder.empty() && !isFolder(folder)) {
+            return complain("there is no folder " + folder, exitOutput);
+        }
+    }
+    Storage storage;
+    StateFile state(options.state);
+    if (!options.state.empty()) {
+        const std::string failure = state.load(storage.kept);
+        if (!failure.empty()) {
+            const bool isThere = std::filesystem::exists(options.state);
+            return complain(
+                failure + (isThere ? ". Mend it, or remove it to start with the options" : ""),
+                exitUsage);
+        }
+        storage.keep = [&state](const KeptValues& values) { return state.save(values); };
+    }
+    if (!options.inbox.empty()) storage.makeInboxItem = inboxFolder(options.inbox);
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
+    return Program(options, std::move(storage)).run();
+}
+
 }  // namespace
 
 }  // namespace velmora_target
@@ -143,13 +184,5 @@ int Program::exitCode() const {
 int main(int count, char** values) {
     using namespace velmora_target;
     const CommandLine line = readCommandLine(count, values);
-    if (!line.options) return line.exitCode;
-    const std::string objection = objectionTo(line.options->output);
-    if (!objection.empty()) {
-        std::cerr << "velmora-target: " << objection << '\n';
-        return exitOutput;
-    }
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
-    return Program(*line.options).run();
+    return line.options ? runWith(*line.options) : line.exitCode;
 }

@@ -33,21 +33,22 @@ constexpr Case cases[] = {
      "6400 1000 1700 0100 0000 0000 0000 0000"},
     {"NOPBREAK_REQ in a search: refused under id 5, so that the search goes on", controlPort,
      "6400 1000 2a00 0000 0000 0000 0000 0000", "6400 1000 0500 0000 0000 0000 0000 0000"},
-    {"TRANSFER_REQ: nothing to transfer", controlPort, "6400 1000 1a00 0000 0000 0000 0000 0000",
+    {"TRANSFER_REQ: no inbox", controlPort, "6400 1000 1a00 0000 0000 0000 0000 0000",
      "6400 1000 1b00 0000 0000 0000 0000 0000"},
-    {"TRANSFEREND_REQ", controlPort, "6400 1000 1e00 0000 0000 0000 0000 0000",
+    {"TRANSFEREND_REQ: no inbox", controlPort, "6400 1000 1e00 0000 0100 0000 ffff 0000",
      "6400 1000 1f00 0000 0000 0000 0000 0000"},
-    {"INFOA_REQ", controlPort, "6400 1000 2000 0000 0000 0000 0000 0000",
-     "6400 1000 2100 0000 0000 0000 0000 0000"},
-    {"INFOB_REQ", controlPort, "6400 1000 2200 0000 0000 0000 0000 0000",
-     "6400 1000 2300 0000 0000 0000 0000 0000"},
-    {"VALUE_REQ", controlPort, "6400 1000 2400 0000 0000 0000 0000 0000",
-     "6400 1000 2500 0000 0000 0000 0000 0000"},
-    {"INFOINDEX_REQ", controlPort, "6400 1000 2c00 0000 0000 0000 0000 0000",
-     "6400 1000 2d00 0000 0000 0000 0000 0000"},
-    {"ITEM_REQ", controlPort, "6400 1000 3000 0000 0000 0000 0000 0000",
-     "6400 1000 3100 0000 0000 0000 0000 0000"},
-    {"ITEMVALUE_REQ", controlPort, "6400 1000 3200 0000 0000 0000 0000 0000",
+    {"VALUE_REQ", controlPort, "6400 1000 2400 0000 0102 0000 0000 0000",
+     "6400 1000 2500 0100 0102 0000 0000 0000"},
+    {"INFOINDEX_REQ for how many", controlPort, "6400 1000 2c00 0000 0000 0000 0000 0000",
+     "6400 1f00 2d00 0100 0000 0000 0000 0000 32 00000000000000"},
+    {"INFOINDEX_REQ for sink 2", controlPort, "6400 1000 2c00 0000 0200 0000 0000 0000",
+     "6400 2800 2d00 0100 0000 0000 0000 0000 5365636f6e642c20706f72742032303030322c2069646c65 "
+     ""},
+    {"INFOINDEX_REQ for a sink that is not there", controlPort,
+     "6400 1000 2c00 0000 0300 0000 0000 0000", "6400 1000 2d00 0000 0000 0000 0000 0000"},
+    {"ITEM_REQ for the count", controlPort, "6400 1000 3000 0000 0000 0000 0000 0000",
+     "6400 1000 3100 0100 0700 0000 0000 0000"},
+    {"ITEMVALUE_REQ that reads item 0", controlPort, "6400 1000 3200 0000 0000 0000 0000 0000",
      "6400 1000 3300 0000 0000 0000 0000 0000"},
     {"TRANSFER_DATA is not answered", controlPort, "6400 1000 1c00 0000 0000 0000 0000 0000", ""},
     {"LOG_REQ on the control port's number", controlPort, "6400 1000 2800 0000 0100 0000 0000 0000",
@@ -167,6 +168,14 @@ TEST(Answer, ToARefusedMessageIsTheAnswerWithoutBit0) {
         {"HELLO_REQ", controlPort, "6400 1000 1700 0000 0000 0000 0000 0000"},
         {"SUPPORT_REQ", sinkPort, "6400 1000 0500 0000 0000 0000 0000 0000"},
         {"CONNECT_REQ", sinkPort, "6400 1000 0900 0000 0000 0000 0000 0000"},
+        {"TRANSFER_REQ", controlPort, "6400 1000 1b00 0000 0000 0000 0000 0000"},
+        {"TRANSFEREND_REQ", controlPort, "6400 1000 1f00 0000 0000 0000 0000 0000"},
+        {"INFOA_REQ", controlPort, "6400 1000 2100 0000 0000 0000 0000 0000"},
+        {"INFOB_REQ", controlPort, "6400 1000 2300 0000 0000 0000 0000 0000"},
+        {"VALUE_REQ", controlPort, "6400 1000 2500 0000 0000 0000 0000 0000"},
+        {"INFOINDEX_REQ", controlPort, "6400 1000 2d00 0000 0000 0000 0000 0000"},
+        {"ITEM_REQ", controlPort, "6400 1000 3100 0000 0000 0000 0000 0000"},
+        {"ITEMVALUE_REQ", controlPort, "6400 1000 3300 0000 0000 0000 0000 0000"},
         {"DSICONNECT_REQ", sinkPort, "6400 1000 0d00 0000 0000 0000 0000 0000"},
     };
     for (const Row& row : rows) {
@@ -185,6 +194,9 @@ TEST(Messages, AreKnownByTheirNames) {
     EXPECT_EQ(velmora_target::messageNamed("DATASIZE_REQ")->id, 14);
     EXPECT_EQ(velmora_target::messageNamed("NOPBREAK_REQ")->answer, 5);
     EXPECT_EQ(velmora_target::messageOf(10)->name, "STREAM_DATA");
+    EXPECT_EQ(velmora_target::messageNamed("TRANSFER_DATA")->answer, 29);
+    EXPECT_EQ(velmora_target::messageNamed("TRANSFER_ACK")->id, 28);  // the same by another name
+    EXPECT_EQ(velmora_target::messageOf(28)->name, "TRANSFER_DATA");
     EXPECT_FALSE(velmora_target::messageNamed("FIND_ANS"));
     EXPECT_FALSE(velmora_target::messageOf(99));
 }
@@ -231,38 +243,6 @@ TEST(LogChannel, CutsALineThatNoDatagramHolds) {
     velmora_target::Mail mail;
     log.tell(std::string(5000, 'x'), controlPort, mail);
     EXPECT_LE(mail.datagrams.at(0).data.size(), 1500u);
-}
-
-// ---- making itself known ----
-
-TEST(Notify, ComesAtOnceAndEveryTenSecondsWithAnotherWord) {
-    TargetWorld world;
-    world.target.announceOn({3, 5});
-    world.pass(1);
-    ASSERT_EQ(world.mail.datagrams.size(), 2u);
-    EXPECT_EQ(world.mail.datagrams[0].to, IPAddress::allNodes(19643, 3));
-    EXPECT_EQ(world.mail.datagrams[1].to, IPAddress::allNodes(19643, 5));
-    EXPECT_EQ(world.mail.datagrams[0].localPort, controlPort);
-    EXPECT_EQ(world.mail.datagrams[0].data, hex("6400 1000 0180 0000 0000 0000 0000 0000"));
-    world.pass(9'000'000);
-    EXPECT_TRUE(world.mail.datagrams.empty());
-    world.pass(1'000'000);
-    ASSERT_EQ(world.mail.datagrams.size(), 2u);
-    EXPECT_EQ(world.mail.datagrams[0].data, hex("6400 1000 0180 0000 0100 0000 0000 0000"));
-}
-
-TEST(Notify, NeverRepeatsTheWordOfAFreshStart) {
-    TargetWorld world;
-    world.target.announceOn({3});
-    world.pass(1);
-    for (int i = 0; i < 65536; ++i) {
-        world.now += 10'000'000;
-        world.mail = {};
-        world.target.onTime(world.now, world.mail);
-        ASSERT_EQ(world.mail.datagrams.size(), 1u);
-        const Bytes& sent = world.mail.datagrams[0].data;
-        ASSERT_NE(sent[8] | sent[9], 0) << i;
-    }
 }
 
 TEST(Target, LeftAloneSaysNothing) {

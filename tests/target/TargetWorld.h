@@ -31,6 +31,7 @@ inline Bytes hex(const std::string& text) {
 struct Tape {
     Bytes bytes;
     int opened = 0, closed = 0;
+    std::string output;      // that was asked for last
     std::string refuseWith;  // open answers this
     bool failWrites = false;
 };
@@ -77,9 +78,15 @@ inline velmora_target::TargetSettings plainSettings() {
 
 class TargetWorld {
 public:
-    explicit TargetWorld(velmora_target::TargetSettings settings = plainSettings())
-        : target(std::move(settings),
-                 [this](std::uint16_t) { return std::make_unique<TapeOutput>(tape); }) {}
+    explicit TargetWorld(velmora_target::TargetSettings settings = plainSettings(),
+                         velmora_target::Storage storage = {})
+        : target(
+              std::move(settings),
+              [this](const std::string& output, std::uint16_t) {
+                  tape.output = output;
+                  return std::make_unique<TapeOutput>(tape);
+              },
+              std::move(storage)) {}
 
     Tape tape;
     velmora_target::Target target;
