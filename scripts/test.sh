@@ -66,7 +66,7 @@ suite_windows() {
     end_wine
 }
 
-# The table of tests/e2e/cases.txt, natively or under Wine.
+# The table of tests/e2e/cases.txt and the cases of scripts/find-e2e.sh, natively or under Wine.
 suite_e2e() {
     local suite=$1 is_native=$2 where=$3 passed=0 failed=0
     local work=$build/e2e-$where settings
@@ -110,18 +110,19 @@ suite_e2e() {
             tail -n 5 "$work/$id/player.log" "$work/$id/target.log" "$work/$id/compare.log" 2>/dev/null || true
         fi
     done < <(grep -vE '^#|^ *$' tests/e2e/cases.txt)
+    find_e2e "$where" "$work"
     drop_namespaces
-    count "$suite" $passed $failed
+    count "$suite" $((passed + find_passed)) $((failed + find_failed))
 }
 
 suite_native-e2e() {
-    build_preset release velmora-target velmora-play velmora-audio
+    build_preset release velmora-target velmora-play velmora-audio velmora-find
     suite_e2e native-e2e yes native
 }
 
 suite_wine-e2e() {
     build_preset release velmora-target velmora-audio
-    build_preset windows asio_korvente_x64 velmora-play
+    build_preset windows asio_korvente_x64 velmora-play velmora-find
     need_wine_prefix
     end_wine
     register_dll
@@ -138,6 +139,7 @@ run_tests() {
     done
     need_packages
     . scripts/demo.sh
+    . scripts/find-e2e.sh
     trap 'end_wine; drop_namespaces' EXIT
     for suite in "${suites[@]}"; do "suite_$suite"; done
     say ""

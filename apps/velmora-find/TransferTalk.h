@@ -1,0 +1,31 @@
+// What is said about a transfer: while it runs, and where it ended.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "apps/velmora-find/ExitCode.h"
+#include "find/Transfer.h"
+
+namespace velmora_find {
+
+struct TransferRun {
+    VELMORA::TransferFigures figures;
+    std::uint32_t channel = 0;
+    std::uint64_t size = 0;  // bytes
+    double seconds = 0;
+};
+
+// "[############------------]  50 %  524288 of 1048576 bytes, 12.3 MB/s, 0 resends"
+std::string progressText(const TransferRun& run);
+// "1048576 bytes in 0.09 s, 11.6 MB/s; ..." : the whole of it.
+std::string summaryText(const TransferRun& run);
+
+const char* endName(VELMORA::TransferEnd end);  // stable, for JSON
+struct EndWords {
+    ExitCode code;
+    std::string sentence;  // what is wrong, and what to try
+};
+EndWords endWords(const TransferRun& run);
+
+}  // namespace velmora_find
