@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "sync/WordLoops.h"
 
 namespace {
 
@@ -139,6 +142,44 @@ TEST(Convert, AgreesWithItsSlowTwinAtEveryLengthAndAlignment) {
             }
         }
     }
+}
+
+// The loops of both kinds, whichever this machine would choose.
+TEST(WordLoops, AgreeWithTheSlowTwinsAtEveryLengthAndAlignment) {
+    struct Set {
+        const char* why;
+        const WordLoops* loops;
+    };
+    const Set sets[] = {{"plain", &plainWordLoops}, {"wide, if there is one", wideWordLoops()}};
+    std::mt19937 random(7);
+    Bytes from(256);
+    for (auto& byte : from) byte = static_cast<std::uint8_t>(random());
+    for (const Set& set : sets) {
+        if (set.loops == nullptr) continue;
+        SCOPED_TRACE(set.why);
+        const WordLoops::Loop loops[] = {set.loops->swap,         set.loops->swapInvert,
+                                         set.loops->reverse32,    set.loops->reverse32Invert,
+                                         set.loops->reverseBytes, set.loops->reverseBytesInvert};
+        for (std::size_t k = 0; k < std::size(loops); ++k) {
+            const Conversion& c = conversions[2 + k];
+            for (std::size_t count = 0; count <= 150; ++count) {
+                for (std::size_t fromAt = 0; fromAt < 17; fromAt += 3) {
+                    for (std::size_t at = 0; at < 17; at += 5) {
+                        Bytes to(192, 0xA5), expected(192, 0xA5);
+                        loops[k](to.data() + at, from.data() + fromAt, count);
+                        slow(c, expected, at, from, fromAt, count);
+                        ASSERT_EQ(to, expected)
+                            << c.name << " count " << count << " from " << fromAt << " to " << at;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(WordLoops, TheBestAreTheWideOnesWhereTheProcessorHasThem) {
+    const WordLoops* wide = wideWordLoops();
+    EXPECT_EQ(&bestWordLoops(), wide != nullptr ? wide : &plainWordLoops);
 }
 
 TEST(Convert, CopiesBetweenPlacesThatOverlap) {
