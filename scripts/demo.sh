@@ -17,7 +17,9 @@ windows_settings_folder() {
 }
 
 # play_over_the_net NATIVE WORK FILE WRITTEN TARGET_ARGS -- PLAYER_ARGS: one session in the two namespaces.
-# Leaves target.json, target.log, player.log and driver.log in WORK; gives the player's exit code.
+# Leaves target.json, target.log, player.log and driver.log in WORK; gives the player's exit code. Once the
+# target answers, the command in before_play runs, if there is one.
+before_play=
 play_over_the_net() {
     local is_native=$1 work=$2 file=$3 written=$4
     shift 4
@@ -29,6 +31,7 @@ play_over_the_net() {
         "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
     local target=$! tries=0
     until [ -s "$work/target.json" ] || [ $tries -ge 100 ]; do sleep 0.05; tries=$((tries + 1)); done
+    $before_play
     local code=0
     if [ "$is_native" = yes ]; then
         in_host env XDG_CONFIG_HOME="$work/config" "$(native velmora-play)" --file "$file" \
@@ -48,6 +51,10 @@ play_over_the_net() {
     return $code
 }
 
+# What a person sees who asks which targets there are.
+show_targets_natively() { in_host "$(native velmora-find)" list || true; }
+show_targets_under_wine() { in_host env "${wine_variables[@]}" wine "$(exe velmora-find)" list || true; }
+
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 demo() {
@@ -63,9 +70,9 @@ demo() {
     case $file in '' | /*) ;; *) file=$caller/$file ;; esac
     [ -z "$file" ] || [ -r "$file" ] || fail "There is no file $file that can be read."
     need_packages
-    build_preset release velmora-target velmora-play velmora-audio
+    build_preset release velmora-target velmora-play velmora-audio velmora-find
     if [ $is_native = no ]; then
-        build_preset windows asio_korvente_x64 velmora-play
+        build_preset windows asio_korvente_x64 velmora-play velmora-find
         need_wine_prefix
         end_wine
         register_dll
@@ -89,9 +96,11 @@ demo() {
     need_namespaces
     say "Playing $file"
     if [ $is_native = yes ]; then
-        say "through the driver's Linux build to a target in another network namespace."
+        say "through the driver's Linux build to a target in another network namespace, which it finds:"
+        before_play=show_targets_natively
     else
-        say "through asio_korvente_x64.dll under Wine to a target in another network namespace."
+        say "through asio_korvente_x64.dll under Wine to a target in another network namespace, which it finds:"
+        before_play=show_targets_under_wine
     fi
     play_over_the_net $is_native "$work" "$file" "$written" --name "Velmora demo target" -- || {
         local code=$?
