@@ -1,38 +1,35 @@
-// The far end of a bench: a process of its own on the loopback address that takes a stream, stamps
-// every burst with the kernel's time of arrival, and answers what a stream needs answered, feedback
-// 0.
+// The far end of a bench: a process of its own that takes a stream, stamps every burst with the
+// kernel's time of arrival, and answers what a stream needs answered, feedback 0. In another
+// network namespace it sits at the far end of the link; else on the loopback address.
 #pragma once
 
-#include <sys/types.h>
+#include <netinet/in.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "base/IPAddress.h"
+#include "bench/Child.h"
 
 namespace velmora_bench {
 
 struct Reception {
     std::uint64_t datagrams = 0;
-    std::vector<std::int64_t> burstNanos;  // arrival of the first datagram of each burst
+    std::vector<std::int64_t> burstNanos;  // arrival of the first datagram of each, CLOCK_REALTIME
 };
 
 class Receiver {
 public:
-    Receiver();   // forks; throws std::runtime_error
-    ~Receiver();  // ends the process if `finish` did not
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
+    explicit Receiver(const std::string& space);  // empty: loopback; throws std::runtime_error
 
-    const ZENNO::IPAddress& address() const { return address_; }
+    const sockaddr_in6& address() const { return address_; }  // as this namespace reaches it
+    ZENNO::IPAddress ipAddress() const;
     Reception finish();  // what came; ends the process
 
 private:
-    [[noreturn]] void serve(int socket, int order, int result);
-
-    ZENNO::IPAddress address_{};
-    pid_t process_ = -1;
-    int order_ = -1, result_ = -1;  // pipes: the word to end, and what came
+    Child child_;
+    sockaddr_in6 address_{};
 };
 
 }  // namespace velmora_bench

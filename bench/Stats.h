@@ -1,27 +1,48 @@
-// Figures out of samples, and a table of them.
+// Figures out of samples.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
+#include <string>
 #include <vector>
+
+#include "bench/Row.h"
 
 namespace velmora_bench {
 
-// The sample below which `part` of them lie; 0 of none.
-inline double percentile(std::vector<double> samples, double part) {
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    const auto at = static_cast<std::size_t>(part * static_cast<double>(samples.size() - 1) + 0.5);
-    return samples[std::min(at, samples.size() - 1)];
-}
+// The sample below which `part` of them lie, by the nearest rank; 0 of none.
+double percentile(std::vector<double> samples, double part);
+double median(std::vector<double> samples);
 
-inline double median(std::vector<double> samples) {
-    return percentile(std::move(samples), 0.5);
-}
+// Ours and the limit, taken in turn: each round adds a pair.
+class Pairs {
+public:
+    void add(double ours, double limit);
+    // A pair of throughputs, where more is better: the ratio stays one of cost.
+    void addRates(double ours, double limit);
+    // The medians of both and that of the ratios, each pair by itself.
+    Figure figure(std::string name, double allowed = 0) const;
+    // The largest of each; the ratio is still the median of the pairs.
+    Figure worst(std::string name, double allowed = 0) const;
+    bool isEmpty() const noexcept { return ours_.empty(); }
 
-// How late each burst came, µs, from the times at which they were seen. Bursts are due a cycle
-// apart; a run that falls a whole cycle behind starts its grid anew, and so does this.
-std::vector<double> lateness(const std::vector<std::int64_t>& stampNanos,
+private:
+    std::vector<double> ours_, limits_, ratios_;
+};
+
+// How late each burst came, µs. `stampNanos[i]` is when burst i was seen, `firstDue` when the first
+// of them was due on the same clock. The next is due a cycle behind; behind a burst that was late
+// by a cycle and more, a cycle after that burst left, which is known by the earliest that follow.
+std::vector<double> lateness(const std::vector<std::int64_t>& stampNanos, std::int64_t firstDue,
                              std::uint32_t cycleMicros);
+
+// y = intercept + slope x, by least squares.
+struct Line {
+    double slope = 0, intercept = 0;
+    double r2 = 0;  // part of the variance of y that the line tells; 1 where y has none
+};
+struct Point {
+    double x = 0, y = 0;
+};
+Line fitLine(const std::vector<Point>& points);
 
 }  // namespace velmora_bench
