@@ -19,6 +19,7 @@ public:
         sleepUntil(micros < most ? begin + static_cast<std::int64_t>(micros) * 1000 : forever);
     }
     void yield() noexcept override { platform::yieldSlice(); }
+    void rest(std::uint32_t micros) noexcept override { platform::restFromPolling(micros); }
 };
 
 }  // namespace

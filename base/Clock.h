@@ -14,6 +14,9 @@ public:
     virtual std::uint32_t now() noexcept = 0;      // µs, wraps
     virtual void sleep(std::uint64_t micros) = 0;  // at least so long
     virtual void yield() noexcept = 0;             // the rest of the time slice
+    // Once a cycle, by a thread that polls the clock for a deadline that is `micros` away. Where
+    // the system punishes a thread that never sleeps, this sleeps for a small part of it.
+    virtual void rest(std::uint32_t /*micros*/) noexcept {}
 };
 
 Clock& systemClock() noexcept;  // the performance counter

@@ -14,6 +14,11 @@ std::uint32_t millisecondTick() noexcept;  // ms since an arbitrary start, wraps
 void sleepNanos(std::int64_t nanos) noexcept;
 void yieldSlice() noexcept;  // gives up the rest of the time slice
 
+// Of a thread that polls the clock and has just begun to wait for a time `micros` away: a small
+// part of that is slept where the system takes a processor by force from a thread of its class that
+// never sleeps. Well below the time, for whatever a wake-up takes; nothing where that is short.
+void restFromPolling(std::uint32_t micros) noexcept;
+
 // 1 ms ticks while on; each `on` wants its `off`. False where there is no such thing.
 bool raiseTimerResolution(bool on) noexcept;
 

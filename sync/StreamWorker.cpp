@@ -143,14 +143,16 @@ StreamWorker::Step StreamWorker::pass() {
         remaining = pace_.remaining(now_);
         const Waiting::Pass waiting = waiting_.onPass(remaining);
         if (waiting.yields) clock_.yield();
-        if (waiting.polls) return Step::goOn;
+        if (waiting.polls) {
+            if (waiting_.takeRest()) clock_.rest(remaining);
+            return Step::goOn;
+        }
 
-        waitResult = link_.waitReadable(remaining);
+        waitResult = waitForDeadline(remaining);
         if (waitResult == ZENNO::waitError) {
             LogLine(3) << "wth udp wait error";
             return Step::fail;
         }
-        now_ = clock_.now();
         due = pace_.isDue(now_);
     }
 
@@ -177,6 +179,19 @@ StreamWorker::Step StreamWorker::pass() {
         return leave();
     }
     return waitResult == ZENNO::waitReady ? receive() : Step::goOn;
+}
+
+// Up to the deadline or the next datagram; the time behind it is in now_. Who polls the end of a
+// cycle looks for both by turns there, so that no wake-up stands between him and the deadline.
+int StreamWorker::waitForDeadline(std::uint32_t remaining) {
+    const std::uint32_t asleep = waiting_.waitFor(remaining);
+    int result = link_.waitReadable(asleep);
+    now_ = clock_.now();
+    while (asleep != remaining && result == ZENNO::waitTimedOut && !pace_.isDue(now_)) {
+        result = link_.poll();
+        now_ = clock_.now();
+    }
+    return result;
 }
 
 // From here to the first sendto nothing touches the audio or the log but the over-time line.

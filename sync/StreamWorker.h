@@ -46,6 +46,7 @@ private:
 
     // ---- one pass of the loop ----
     Step pass();
+    int waitForDeadline(std::uint32_t remaining);
     Step turn(std::uint32_t remaining);
     Step sendNewPacket(bool lastOfBurst, bool infoDue);
     Step sendOldPacket(bool lastOfBurst);

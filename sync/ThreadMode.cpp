@@ -1,5 +1,7 @@
 #include "sync/ThreadMode.h"
 
+#include <utility>
+
 namespace VELMORA {
 
 namespace {
@@ -49,9 +51,17 @@ Waiting::Pass Waiting::onPass(std::uint32_t remaining) noexcept {
         pass.yields = true;
         sleepDone_ = true;
     }
-    pass.polls = (mode_ & (NOSLEEP4CORE | NOSLEEPFORCE)) != 0 ||
-                 ((mode_ & NOSHORTSLEEP) != 0 && remaining <= shortRemaining);
+    pass.polls = neverSleeps() || ((mode_ & NOSHORTSLEEP) != 0 && remaining <= shortRemaining);
     return pass;
+}
+
+std::uint32_t Waiting::waitFor(std::uint32_t remaining) const noexcept {
+    const bool pollsTheEnd = (mode_ & NOSHORTSLEEP) != 0 && remaining > shortRemaining;
+    return pollsTheEnd ? remaining - shortRemaining : remaining;
+}
+
+bool Waiting::takeRest() noexcept {
+    return neverSleeps() && !std::exchange(restDone_, true);
 }
 
 }  // namespace VELMORA

@@ -54,11 +54,19 @@ public:
     Pass onPass(std::uint32_t remaining) noexcept;  // µs to the deadline
     // A pass found its deadline already there. A turn that follows a wait in the same pass does
     // not come by here: its cycle counts as having yielded.
-    void onDeadlineMet() noexcept { sleepDone_ = false; }
+    void onDeadlineMet() noexcept { sleepDone_ = restDone_ = false; }
+    // Asked where a pass waits on the socket: for how long, µs. Who polls the end of a cycle is
+    // awake when it begins.
+    std::uint32_t waitFor(std::uint32_t remaining) const noexcept;
+    // Asked where a pass polls: true once a cycle for a thread that never waits on the socket, and
+    // so never sleeps.
+    bool takeRest() noexcept;
 
 private:
+    bool neverSleeps() const noexcept { return (mode_ & (NOSLEEP4CORE | NOSLEEPFORCE)) != 0; }
+
     std::uint32_t mode_;
-    bool sleepDone_ = false;
+    bool sleepDone_ = false, restDone_ = false;
 };
 
 }  // namespace VELMORA

@@ -47,6 +47,9 @@ void yieldSlice() noexcept {
     Sleep(0);
 }
 
+// No class of threads is throttled here.
+void restFromPolling(std::uint32_t) noexcept {}
+
 bool raiseTimerResolution(bool on) noexcept {
     return (on ? timeBeginPeriod(1) : timeEndPeriod(1)) == TIMERR_NOERROR;
 }

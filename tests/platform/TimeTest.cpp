@@ -70,3 +70,7 @@ TEST(Time, LocalTimeIsThatOfTheCLibrary) {
     EXPECT_TRUE(now.month >= 0 && now.month <= 11);
     EXPECT_TRUE(now.day >= 1 && now.day <= 31);
 }
+
+TEST(Time, RestEndsWhateverIsAskedFor) {
+    for (const std::uint32_t micros : {0u, 149u, 150u, 4000u}) restFromPolling(micros);
+}

@@ -126,6 +126,27 @@ constexpr WaitCase waitCases[] = {
      {true, true}},
 };
 
+TEST(ThreadMode, WhoPollsTheEndOfACycleIsAwakeWhenItBegins) {
+    EXPECT_EQ(Waiting(VELMORA::NOSHORTSLEEP).waitFor(101), 1u);
+    EXPECT_EQ(Waiting(VELMORA::NOSHORTSLEEP).waitFor(1000), 900u);
+    EXPECT_EQ(Waiting(VELMORA::NOSHORTSLEEP).waitFor(100), 100u);
+    EXPECT_EQ(Waiting(VELMORA::CRITICAL).waitFor(1000), 1000u);
+}
+
+TEST(ThreadMode, OnlyWhoNeverSleepsRestsAndThatOnceACycle) {
+    for (const std::uint32_t mode : {VELMORA::NOSLEEP4CORE, VELMORA::NOSLEEPFORCE}) {
+        Waiting waiting(mode);
+        EXPECT_TRUE(waiting.takeRest());
+        EXPECT_FALSE(waiting.takeRest());
+        waiting.onDeadlineMet();
+        EXPECT_TRUE(waiting.takeRest());
+    }
+    for (const std::uint32_t mode : {std::uint32_t{0}, std::uint32_t{VELMORA::NOSHORTSLEEP}}) {
+        Waiting waiting(mode);
+        EXPECT_FALSE(waiting.takeRest());
+    }
+}
+
 TEST(ThreadMode, APassBeforeItsDeadlineYieldsPollsOrWaits) {
     for (const WaitCase& c : waitCases) {
         SCOPED_TRACE(c.why);
