@@ -2,6 +2,7 @@
 // and through it the host's callback. A block taken by the stream worker is what wakes it, so the
 // host runs at the pace of the stream and of no timer.
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 
@@ -18,6 +19,21 @@ void SyncBuffer::waitForSpace(std::uint32_t millis) {
     spaceReady.wait_for(lock, std::chrono::milliseconds(millis));
 }
 
+void SyncBuffer::wakeBufferWorker() {
+    { const std::lock_guard lock(spaceMutex); }
+    spaceReady.notify_all();
+}
+
+// How long a full ring may be left alone. Who takes a block wakes us; were that missed, the next
+// one to be taken would, long before the ring is empty.
+std::uint32_t SyncBuffer::patienceMillis() const noexcept {
+    const std::uint64_t bytesPerSecond = underrunBytes() * 100;
+    if (bytesPerSecond == 0 || ring.size() < 3) return 1;
+    const std::uint64_t spare = (ring.size() - 2) * blockBytes;
+    return static_cast<std::uint32_t>(
+        std::clamp<std::uint64_t>(spare * 1000 / bytesPerSecond / 2, 1, 10));
+}
+
 void SyncBuffer::fillStream(Bytes&, bool) {}
 
 std::uint64_t SyncBuffer::waitFreeSlot(bool& aborted) {
@@ -26,8 +42,9 @@ std::uint64_t SyncBuffer::waitFreeSlot(bool& aborted) {
     const std::uint64_t after = next(slot);
     const auto isFree = [&] { return after != readSlot.load(std::memory_order_acquire); };
     if (isFree()) return slot;
+    const std::uint32_t patience = patienceMillis();
     for (;;) {
-        waitForSpace(1);
+        waitForSpace(patience);
         if (!is_connect() || preDisconnect.load(std::memory_order_acquire) ||
             stopRequested.load(std::memory_order_acquire)) {
             aborted = true;

@@ -189,6 +189,7 @@ void SyncBuffer::play() {
 void SyncBuffer::stop() {
     LogLine(6) << "SyncBuffer::stop";
     stopRequested.store(true, std::memory_order_release);
+    wakeBufferWorker();
     while (!stopped.load(std::memory_order_acquire)) {
         // Of a session that does not play nobody takes blocks, and without a session it is the
         // buffer worker alone that could say so.
@@ -203,6 +204,7 @@ void SyncBuffer::stop() {
 void SyncBuffer::pre_disconnect() {
     LogLine(6) << "SyncBuffer::pre_disconnect";
     preDisconnect.store(true, std::memory_order_release);
+    wakeBufferWorker();
 }
 
 // The state first: the end of the audio, seen by a stream that does not know of its end, would
@@ -210,6 +212,7 @@ void SyncBuffer::pre_disconnect() {
 void SyncBuffer::endStream() {
     const bool ends = enterDisconnecting();
     preDisconnect.store(true, std::memory_order_release);
+    wakeBufferWorker();
     if (!ends) return;
     joinWorker();
     LogLine(6) << "discone";
@@ -238,6 +241,7 @@ void SyncBuffer::closeSession() {
     // The stream worker has ended, and said so; a session whose worker never began would keep the
     // buffer worker, which lives as long as the session does.
     state.store(Idle, std::memory_order_release);
+    wakeBufferWorker();
     if (bufferWorker.joinable()) bufferWorker.join();
 }
 

@@ -28,6 +28,9 @@
 
 namespace VELMORA {
 
+// What one worker writes at every turn lies on no line of the cache with what the other one reads.
+constexpr std::size_t cacheLine = 64;
+
 class SyncBuffer : public Sync {
 public:
     using Bytes = ZENNO::Bytes;
@@ -88,7 +91,7 @@ public:
     // Stream worker (drained) and buffer worker (its end) set, play clears, stop waits for it.
     std::atomic<bool> stopped{false};
     // Stream worker sets, buffer worker takes.
-    std::atomic<bool> fillKick{false};
+    alignas(cacheLine) std::atomic<bool> fillKick{false};
 
 private:
     std::uint64_t next(std::uint64_t slot) const noexcept;
@@ -98,25 +101,27 @@ private:
     std::uint64_t underrunBytes() const noexcept;
     void advanceWriteSlot() noexcept;
     void waitForSpace(std::uint32_t millis);
+    std::uint32_t patienceMillis() const noexcept;
+    void wakeBufferWorker();  // a control thread's: none of its wake-ups is missed
     void runBufferWorker();
     void endStream();  // the stream worker has ended when it returns
 
     // Sized before the workers run. The positions hand a slot's bytes over, stored with release and
     // loaded with acquire order: writeSlot the block just filled, readSlot the one that was lent
     // before the one now lent.
-    std::vector<Bytes> ring;
-    std::atomic<std::uint64_t> readSlot{0};   // stream worker writes (and seekStream)
-    std::atomic<std::uint64_t> writeSlot{0};  // producer writes
+    alignas(cacheLine) std::vector<Bytes> ring;
+    alignas(cacheLine) std::atomic<std::uint64_t> readSlot{0};   // stream worker (and seekStream)
+    alignas(cacheLine) std::atomic<std::uint64_t> writeSlot{0};  // producer writes
 
     // Stream worker's, sized by setupBuffers. Each session has its own: a view of one is lent, and
     // another session must not resize it meanwhile.
-    Bytes drainMute;     // a block
-    Bytes underrunMute;  // 10 ms
+    alignas(cacheLine) Bytes drainMute;  // a block
+    Bytes underrunMute;                  // 10 ms
 
     std::thread bufferWorker;  // control thread starts and joins it
 
-    // Every waiter looks again after 1 or 10 ms, so a wake-up that comes between its look and its
-    // wait is not missed for long. So whoever notifies takes no mutex: that is the stream worker.
+    // Every waiter looks again after 1 to 10 ms, so a wake-up that comes between its look and its
+    // wait is not missed for long. So the stream worker takes no mutex to notify.
     std::mutex dataMutex, spaceMutex;
     std::condition_variable dataReady;   // a block was written, for a waitForData consumer
     std::condition_variable spaceReady;  // news for the buffer worker and for stop
