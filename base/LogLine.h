@@ -58,12 +58,10 @@ public:
     struct Raw {};
 
     // With the facility of the sink, or 0 while there is none: the usual form.
-    explicit LogLine(std::uint8_t level) {
-        if (passesLevel(level)) openAtLevel(level);
-    }
-    LogLine(std::uint8_t priority, Raw) {
-        if (passesLevel(priority)) open(priority);
-    }
+    explicit LogLine(std::uint8_t level)
+        : record_(passesLevel(level) ? openAtLevel(level) : nullptr) {}
+    LogLine(std::uint8_t priority, Raw)
+        : record_(passesLevel(priority) ? open(priority) : nullptr) {}
     LogLine(std::uint8_t facility, std::uint8_t level)
         : LogLine(static_cast<std::uint8_t>(facility * 8 + level), Raw{}) {}
     // The usual form and a first append. A template, so that the literal 0 is a level and no text.
@@ -73,7 +71,10 @@ public:
         : LogLine(level) {
         *this << text;
     }
-    ~LogLine();
+    // In line, so that a line that does not pass costs its one comparison and no call.
+    ~LogLine() {
+        if (record_) finish(record_, owner_);
+    }
     LogLine(const LogLine&) = delete;
     LogLine& operator=(const LogLine&) = delete;
 
@@ -83,20 +84,20 @@ public:
     LogLine& operator<<(std::uint32_t v) { return *this << std::uint64_t{v}; }
     LogLine& operator<<(std::int32_t v) { return *this << std::int64_t{v}; }
     LogLine& operator<<(std::int64_t v) {
-        if (record_) print(v);
+        if (record_) print(*record_, v);
         return *this;
     }
     LogLine& operator<<(std::uint64_t v) {
-        if (record_) print(v);
+        if (record_) print(*record_, v);
         return *this;
     }
     LogLine& operator<<(double v) {
-        if (record_) print(v);
+        if (record_) print(*record_, v);
         return *this;
     }
     // Null is no text.
     LogLine& operator<<(const char* text) {
-        if (record_) print(text);
+        if (record_) print(*record_, text);
         return *this;
     }
     // The types that are not the fixed-width ones of their size on one system or the other; a bool
@@ -111,7 +112,7 @@ public:
     // Counted appends (text or bytes): whole or nothing; dropped when size + 1 + length reaches
     // 2048.
     LogLine& operator<<(std::string_view text) {
-        if (record_) append(text);
+        if (record_) append(*record_, text);
         return *this;
     }
     LogLine& operator<<(const std::string& text) { return *this << std::string_view(text); }
@@ -122,14 +123,16 @@ private:
     static bool passesLevel(std::uint8_t priority) noexcept {
         return logLevelEnabled(priority & 7);
     }
-    void openAtLevel(std::uint8_t level);
-    void open(std::uint8_t priority);
-    void print(std::int64_t v) noexcept;
-    void print(std::uint64_t v) noexcept;
-    void print(double v) noexcept;
-    void print(const char* text) noexcept;
-    void cutAppend(const char* text, std::uint64_t size) noexcept;
-    void append(std::string_view text) noexcept;
+    // None is handed the line itself, so that a line that does not pass lives in registers.
+    static LogRecord* openAtLevel(std::uint8_t level);
+    static LogRecord* open(std::uint8_t priority);
+    static void finish(LogRecord* record, bool isOwner) noexcept;  // sends and frees
+    static void print(LogRecord& record, std::int64_t v) noexcept;
+    static void print(LogRecord& record, std::uint64_t v) noexcept;
+    static void print(LogRecord& record, double v) noexcept;
+    static void print(LogRecord& record, const char* text) noexcept;
+    static void cutAppend(LogRecord& record, const char* text, std::uint64_t size) noexcept;
+    static void append(LogRecord& record, std::string_view text) noexcept;
 
     LogRecord* record_ = nullptr;  // null when the line did not pass
     bool owner_ = true;            // only an owner sends and frees
