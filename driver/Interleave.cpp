@@ -1,28 +1,54 @@
 #include "driver/Interleave.h"
 
+#include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 namespace {
 
-// The loop of every row. All sizes are constants of the instance, so that each memcpy is a load and
-// a store. Walking channel by channel reads the host's buffers straight through.
+// One sample. All sizes are constants of the instance, so that this is a load and a store.
 template <std::size_t source, std::size_t destination>
-void interleave(std::uint8_t* to, const std::uint8_t* const* from, std::size_t channels,
-                std::size_t samples) noexcept {
+inline void put(std::uint8_t* out, const std::uint8_t* in) noexcept {
     constexpr std::size_t kept = source < destination ? source : destination;
     constexpr std::size_t zeros = destination - kept;  // below the value
     constexpr std::size_t cut = source - kept;         // of the value
-    const std::size_t stride = destination * channels;
-    for (std::size_t c = 0; c < channels; ++c) {
-        const std::uint8_t* in = from[c] + cut;
-        std::uint8_t* out = to + c * destination;
-        for (std::size_t i = 0; i < samples; ++i) {
-            if constexpr (zeros != 0) std::memset(out, 0, zeros);
-            std::memcpy(out + zeros, in, kept);
-            in += source;
-            out += stride;
+    if constexpr (zeros != 0) std::memset(out, 0, zeros);
+    std::memcpy(out + zeros, in + cut, kept);
+}
+
+// Some channels side by side: their number is a constant, so that the inner loop is unrolled, and
+// of two channels alone, whose stores have no gap, the compiler makes vectors.
+template <std::size_t source, std::size_t destination, std::size_t group>
+inline void interleaveGroup(std::uint8_t* __restrict to, const std::uint8_t* const* from,
+                            std::size_t stride, std::size_t samples) noexcept {
+    const std::uint8_t* in[group];
+    std::copy_n(from, group, in);
+    for (std::size_t i = 0; i < samples; ++i) {
+        for (std::size_t c = 0; c < group; ++c) {
+            put<source, destination>(to + i * stride + c * destination, in[c] + i * source);
         }
     }
+}
+
+// The loop of every row: eight channels at a time, then four, two and one.
+template <std::size_t source, std::size_t destination>
+void interleave(std::uint8_t* to, const std::uint8_t* const* from, std::size_t channels,
+                std::size_t samples) noexcept {
+    const std::size_t stride = destination * channels;
+    if (channels == 2) {
+        return interleaveGroup<source, destination, 2>(to, from, 2 * destination, samples);
+    }
+    std::size_t c = 0;
+    const auto walk = [&]<std::size_t group>(std::integral_constant<std::size_t, group>) {
+        for (; channels - c >= group; c += group) {
+            interleaveGroup<source, destination, group>(to + c * destination, from + c, stride,
+                                                        samples);
+        }
+    };
+    walk(std::integral_constant<std::size_t, 8>());
+    walk(std::integral_constant<std::size_t, 4>());
+    walk(std::integral_constant<std::size_t, 2>());
+    walk(std::integral_constant<std::size_t, 1>());
 }
 
 template <std::size_t source, std::size_t destination>
