@@ -20,7 +20,9 @@ finds nothing wrong                 | both
 tells two links and two targets apart | native
 '
 
+find_work=
 find_target_job=
+find_second_job=
 # start_find_target WORK ARGS...: returns once it answers.
 start_find_target() {
     local work=$1 tries=0
@@ -35,11 +37,27 @@ start_find_target() {
     find_target_job=$!
     until [ -s "$work/target.json" ] || [ $tries -ge 100 ]; do sleep 0.05; tries=$((tries + 1)); done
 }
+# end_job JOB FILE: ends the program whose number stands in FILE, and waits for the job around it. Without
+# the file the job has not come so far as to start it.
+end_job() {
+    if [ -s "$2" ]; then kill "$(cat "$2")" 2>/dev/null || true; else kill "$1" 2>/dev/null || true; fi
+    wait "$1" 2>/dev/null || true
+}
 stop_find_target() {
     [ -n "$find_target_job" ] || return 0
-    kill "$(cat "$find_work/target.pid")" 2>/dev/null || true
-    wait "$find_target_job" 2>/dev/null || true
+    end_job "$find_target_job" "$find_work/target.pid"
     find_target_job=
+}
+stop_second_target() {
+    [ -n "$find_second_job" ] || return 0
+    end_job "$find_second_job" "$find_work/second.pid"
+    find_second_job=
+}
+# What a run leaves that was broken off; nothing where nothing runs.
+drop_find_e2e() {
+    stop_second_target
+    stop_find_target
+    [ -z "$find_work" ] || drop_second_link
 }
 
 # The program in the host's namespace.
@@ -183,17 +201,19 @@ case_tells_two_links_and_two_targets_apart() {
     stop_find_target
     add_second_link || { drop_second_link; return 1; }
     start_find_target "$find_work" --interface vtarget2
+    rm -f "$find_work/second.pid"
+    # shellcheck disable=SC2016
     in_space "$net_second" sh -c 'echo $$ >"$0"; exec "$@"' "$find_work/second.pid" "$(native velmora-target)" \
         --name Second --seconds 60 --quiet >"$find_work/second.log" 2>&1 &
-    local second=$! code=0
+    find_second_job=$!
+    local code=0
     sleep 1
     finder_exits 0 list --json && [ "$(grep -c '"name": "Find me(Main)"' "$find_work/out")" = 2 ] &&
         [ "$(grep -c '"name": "Second(Main)"' "$find_work/out")" = 1 ] &&
         finder_exits 0 list --interface vhost --json && [ "$(grep -c '"name": ' "$find_work/out")" = 1 ] &&
         finder_exits 2 info "Find me" && finder_exits 0 info Second && says "Name           Second" &&
         finder_exits 0 watch --seconds 6 --json && [ "$(grep -c '"event":"added"' "$find_work/out")" = 3 ] || code=1
-    kill "$(cat "$find_work/second.pid")" 2>/dev/null || true
-    wait $second || true
+    stop_second_target
     drop_second_link
     stop_find_target
     start_find_target "$find_work"

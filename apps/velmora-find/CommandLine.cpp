@@ -1,6 +1,8 @@
 // Every option and its words, and the one place where a Stop ends.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <exception>
 
 #include "apps/velmora-find/Commands.h"
@@ -57,6 +59,11 @@ std::string footer() {
 
 using Command = int (*)(Context&, const Options&);
 
+// A range takes NaN, which is neither below nor above it.
+std::string isNumber(const std::string& text) {
+    return std::isnan(std::strtod(text.c_str(), nullptr)) ? text + " is no number" : std::string();
+}
+
 // One command line: the options it fills, and the command that was named.
 class CommandLine {
 public:
@@ -101,6 +108,7 @@ CommandLine::CommandLine() {
     addInterface(watch);
     watch.add_option("--seconds", options.seconds, "ends after so long; without, at Ctrl-C")
         ->check(CLI::Range(0.0, 1e9))
+        ->check(isNumber)
         ->type_name("N");
     CLI::App& info = add("info", "Shows everything that a target tells", infoCommand);
     addAddress(info);
@@ -156,7 +164,7 @@ void CommandLine::addSend() {
     send.add_option("CHANNEL", options.channel, "the channel, from 0")
         ->required()
         ->check(CLI::Range(0, 65534));
-    send.add_option("FILE", options.file, "the file")->required();
+    send.add_option("FILE", options.file, "the file, of 1 GiB at most")->required();
     send.add_option("--limit", options.limit, "bytes that go out at once, at most")
         ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 40))
         ->type_name("BYTES");

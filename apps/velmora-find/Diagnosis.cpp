@@ -66,7 +66,7 @@ const Ailment ailments[] = {
      },
      "Install a newer release of the driver."},
     {[](const IPAddress&, const ExaminedTarget& t) {
-         return !t.refused && t.wasAsked && t.mtu == 0;
+         return !t.refused && t.wasAsked && t.largestAnswered == 0;
      },
      [](const IPAddress&, const ExaminedTarget&) {
          return std::string(" does not answer datagrams of 1452 bytes, as a stream sends them.");
@@ -106,7 +106,7 @@ void addInterface(const ExaminedInterface& there, std::vector<Finding>& out) {
     if (there.strays != 0) {
         out.push_back({name + ": " + std::to_string(there.strays) +
                            " datagrams came that are no answer of a target.",
-                       "Something else there uses port 19642; nothing needs to be done while "
+                       "Something else there may use port 19642; nothing needs to be done while "
                        "targets are found."});
     }
 }

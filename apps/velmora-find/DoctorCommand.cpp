@@ -27,9 +27,9 @@ std::string targetText(const ZENNO::IPAddress& address, const ExaminedTarget& ta
     const std::string product = productText(target.product);
     text += ", " + (product.empty() ? "no product told" : "product " + product) + ", " +
             std::to_string(target.sinks) + (target.sinks == 1 ? " sink" : " sinks");
-    if (target.mtu != 0) {
-        text += ", answers datagrams of " + std::to_string(target.mtu - headBytes) +
-                " bytes (an MTU of " + std::to_string(target.mtu) + ", or fragments)";
+    if (target.largestAnswered != 0) {
+        text += ", the largest datagram it answered has " + std::to_string(target.largestAnswered) +
+                " bytes";
     }
     return text;
 }
@@ -41,7 +41,7 @@ void print(std::ostream& out, const Examination& examination, const Diagnosis& d
             << addressText(there.address) << ": " << stateText(there) << '\n';
         for (const auto& [address, target] : there.targets) {
             out << "    " << targetText(address, target) << '\n';
-            anySize = anySize || target.mtu != 0;
+            anySize = anySize || target.largestAnswered != 0;
         }
     }
     for (const LeftOut& left : examination.leftOut) {
@@ -61,16 +61,18 @@ Json errorJson(std::int32_t error) {
 Json interfaceJson(const ExaminedInterface& there) {
     Json targets = Json::array();
     for (const auto& [address, target] : there.targets) {
-        targets.push_back({{"name", printable(target.name)},
-                           {"address", addressText(address)},
-                           {"port", address.portNumber()},
-                           {"product", productText(target.product)},
-                           {"refused", target.refused},
-                           {"late", target.late},
-                           {"otherProduct", target.isOtherProduct},
-                           {"sinks", target.sinks},
-                           {"sinksTooNew", target.sinksTooNew},
-                           {"mtu", target.mtu == 0 ? Json(nullptr) : Json(target.mtu)}});
+        targets.push_back(
+            {{"name", printable(target.name)},
+             {"address", addressText(address)},
+             {"port", address.portNumber()},
+             {"product", productText(target.product)},
+             {"refused", target.refused},
+             {"late", target.late},
+             {"otherProduct", target.isOtherProduct},
+             {"sinks", target.sinks},
+             {"sinksTooNew", target.sinksTooNew},
+             {"largestAnswered",
+              target.largestAnswered == 0 ? Json(nullptr) : Json(target.largestAnswered)}});
     }
     return {{"name", printable(there.name)},
             {"description", printable(there.description)},

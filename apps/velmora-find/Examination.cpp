@@ -29,8 +29,14 @@ void listen(Link& link, ZENNO::Clock& clock, std::uint32_t micros, Take take) {
         Bytes datagram;
         IPAddress sender;
         if (!link.receiveFrom(datagram, sender)) return;
+        if (datagram.empty()) continue;  // nobody's, or a read that came to nothing
         if (!take(sender, datagram)) return;
     }
+}
+
+// Of the last call that failed. One without a number, as a short send, has failed as well.
+std::int32_t errorOf(const Link& link) {
+    return link.lastError() != 0 ? link.lastError() : -1;
 }
 
 void askEverybody(Link& link, ZENNO::Clock& clock, ExaminedInterface& there) {
@@ -57,7 +63,7 @@ void askEverybody(Link& link, ZENNO::Clock& clock, ExaminedInterface& there) {
         if (link.sendDatagramTo(write(wire::FIND_REQ{}), group, /*retry=*/false)) {
             sent = true;
         } else {
-            there.sendError = link.lastError();
+            there.sendError = errorOf(link);
         }
         listen(link, clock, passWait, hear(/*late=*/false));
     }
@@ -68,19 +74,23 @@ void askEverybody(Link& link, ZENNO::Clock& clock, ExaminedInterface& there) {
 }
 
 // A reader goes by the length in the head and ignores what follows it: so a question with bytes
-// behind it is answered if it arrives.
+// behind it is answered if it arrives. A late answer is waited for, or it would be taken for the
+// one to the next question, which is smaller.
 bool answersLong(Link& link, ZENNO::Clock& clock, const IPAddress& target, std::uint32_t bytes) {
     Bytes message = write(wire::FIND_REQ{});
     message.resize(bytes);
     bool answered = false;
-    for (int i = 0; i < longTries && !answered; ++i) {
-        if (!link.sendDatagramTo(message, target, /*retry=*/false)) return false;
-        listen(link, clock, VELMORA::ackWait, [&](const IPAddress& sender, const Bytes& datagram) {
-            const auto packet = wire::readPacket(datagram);
-            answered = packet && packet->id() == wire::FIND_ANS::id && sender == target;
-            return !answered;
-        });
+    const auto hear = [&](const IPAddress& sender, const Bytes& datagram) {
+        const auto packet = wire::readPacket(datagram);
+        answered = packet && packet->id() == wire::FIND_ANS::id && sender == target;
+        return !answered;
+    };
+    int sent = 0;
+    while (sent < longTries && !answered && link.sendDatagramTo(message, target, /*retry=*/false)) {
+        ++sent;
+        listen(link, clock, VELMORA::ackWait, hear);
     }
+    if (sent != 0 && !answered) listen(link, clock, lateWait, hear);
     return answered;
 }
 
@@ -96,9 +106,9 @@ void askOne(Link& link, Context& context, const IPAddress& address, ExaminedTarg
             if (sink.version > asTheDriver().maxVersion) ++target.sinksTooNew;
         }
     }
-    for (const std::uint32_t mtu : mtus) {
-        if (!answersLong(link, context.environment.clock(), address, mtu - headBytes)) continue;
-        target.mtu = mtu;
+    for (const std::uint32_t bytes : datagramSizes) {
+        if (!answersLong(link, context.environment.clock(), address, bytes)) continue;
+        target.largestAnswered = bytes;
         break;
     }
 }
@@ -109,13 +119,13 @@ void examineOne(Context& context, ExaminedInterface& there) {
     const bool opened = link->open(ZENNO::SocketKind::udpV6);
     if (!opened) throw Stop{exitNetwork, "The system gives no network socket."};
     if (!link->bindV6(own)) {
-        there.bindError = link->lastError() != 0 ? link->lastError() : -1;
+        there.bindError = errorOf(*link);
         return;
     }
     // The driver's own socket is tied to no interface.
     IPAddress any;
     if (!link->open(ZENNO::SocketKind::udpV6) || !link->bindV6(any)) {
-        there.bindError = link->lastError() != 0 ? link->lastError() : -1;
+        there.bindError = errorOf(*link);
         return;
     }
     askEverybody(*link, context.environment.clock(), there);

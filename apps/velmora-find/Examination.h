@@ -12,9 +12,9 @@
 
 namespace velmora_find {
 
-// Common sizes of a network's packets, and what is left of each behind the heads of IPv6 and UDP.
-inline constexpr std::uint32_t mtus[] = {9000, 4078, 1500};  // bytes, the largest first
-inline constexpr std::uint32_t headBytes = 48;
+// The datagrams that are tried: what common sizes of a network's packets leave behind the heads of
+// IPv6 and UDP, which take 48 bytes.
+inline constexpr std::uint32_t datagramSizes[] = {8952, 4030, 1452};  // bytes, the largest first
 
 struct ExaminedTarget {
     bool refused = false;  // it answered, but with a refusal
@@ -24,8 +24,8 @@ struct ExaminedTarget {
     std::string name;
     bool wasAsked = false;  // for what follows; not where so many answered that time was up
     std::uint32_t sinks = 0;
-    std::uint32_t sinksTooNew = 0;  // of them, of a protocol that the driver does not know
-    std::uint32_t mtu = 0;          // the largest of `mtus` that was answered; 0: none
+    std::uint32_t sinksTooNew = 0;      // of them, of a protocol that the driver does not know
+    std::uint32_t largestAnswered = 0;  // of `datagramSizes`; 0: none
 };
 
 struct ExaminedInterface {

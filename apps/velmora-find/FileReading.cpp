@@ -40,6 +40,9 @@ ZENNO::Bytes readUnchanged(const std::string& path, const std::function<void()>&
                                  " cannot be opened. May you read it, and does another program "
                                  "hold it?"};
     }
+    if (size > largestFile) {
+        throw Stop{exitFile, name + " is larger than 1 GiB, which is the most that is sent."};
+    }
     if (meanwhile) meanwhile();
     ZENNO::Bytes data;
     try {

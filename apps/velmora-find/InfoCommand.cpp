@@ -1,5 +1,9 @@
 // info: everything that a target tells.
-#include <optional>
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "apps/velmora-find/Address.h"
 #include "apps/velmora-find/Commands.h"
@@ -17,51 +21,123 @@ using ZENNO::IPAddress;
 
 constexpr std::uint16_t mostIndexed = 64;  // for a target that answers whatever the index is
 
+// What became of a question. `word` is stable, for JSON.
+struct Outcome {
+    int result;
+    const char *word, *shown;
+};
+constexpr Outcome outcomes[] = {
+    {VELMORA::ackAccepted, "answered", "answered"},
+    {VELMORA::ackSilent, "silent", "not answered"},
+    {VELMORA::ackRefused, "refused", "refused"},
+    {VELMORA::ackEcho, "echoed", "sent back"},
+};
+const Outcome& outcomeOf(int result) {
+    const auto* row = std::find_if(std::begin(outcomes), std::end(outcomes),
+                                   [&](const Outcome& o) { return o.result == result; });
+    return row == std::end(outcomes) ? outcomes[1] : *row;
+}
+
+struct Answer {
+    int result = VELMORA::ackSilent;
+    std::string text{};  // when accepted
+    bool isThere() const { return result == VELMORA::ackAccepted; }
+};
+
 struct Told {
     std::uint64_t product = 0;
     std::string name;
-    bool hello = false;
-    std::optional<std::string> config, infoA, infoB;
+    Answer hello, config, infoA, infoB;
+    Answer sinkCount;
+    bool allSinks = true;  // each that was counted was asked, and not silent
     VELMORA::SinkMap sinks;
     std::vector<std::string> indexed;
+    Answer indexEnd{VELMORA::ackAccepted};  // what ended them; accepted where the bound did
 };
 
-Told askAll(VELMORA::Find& find, const IPAddress& target) {
+template <class Request>
+int ask(Asking& asking, const IPAddress& target, const Request& request, ZENNO::Bytes& answer) {
+    const int result = asking.ask(target, request, answer);
+    if (result != VELMORA::ackSocketFailed) return result;
+    throw Stop{exitNetwork, "The network socket failed; --verbose tells more."};
+}
+
+template <class Request>
+Answer askText(Asking& asking, const IPAddress& target, const Request& request) {
+    ZENNO::Bytes answer;
+    const int result = ask(asking, target, request, answer);
+    if (result != VELMORA::ackAccepted) return {result};
+    return {result, std::string(wire::readPacket(answer)->text())};
+}
+
+// As the search walks them, but that a silent sink is asked again and told from one that is not
+// there.
+void askSinks(Asking& asking, const IPAddress& target, Told& told) {
+    ZENNO::Bytes answer;
+    told.sinkCount.result = ask(asking, target, wire::SINK_REQ{.sinkNo = 0}, answer);
+    if (!told.sinkCount.isThere()) return;
+    const auto counted = wire::readPacket(answer);
+    const std::uint16_t count = counted->arg16(12) == 0 ? counted->arg16(8) : std::uint16_t{0};
+    const VELMORA::TimeLimit walk(asking.environment().clock(), VELMORA::sinkWalkLimit);
+    for (std::uint32_t no = 1; no <= count; ++no) {
+        VELMORA::FoundSink sink;
+        sink.sinkNo = static_cast<std::uint16_t>(no);
+        if (walk.passed()) {
+            told.allSinks = false;
+            return;
+        }
+        const int result = ask(asking, target, wire::SINK_REQ{.sinkNo = sink.sinkNo}, answer);
+        if (result != VELMORA::ackAccepted) {
+            told.allSinks = told.allSinks && result == VELMORA::ackRefused;
+            continue;
+        }
+        const auto packet = wire::readPacket(answer);
+        if (packet->arg16(12) == 0) continue;
+        sink.version = packet->arg16(14);
+        sink.name = packet->text();
+        IPAddress key = target;
+        key.setPortNumber(packet->arg16(12));
+        told.sinks[key] = std::move(sink);
+    }
+}
+
+Told askAll(Asking& asking, const IPAddress& target) {
     Told told;
     ZENNO::Bytes answer;
-    const int found = find.sendAck(target, write(wire::FIND_REQ{}), wire::FIND_REQ::answer, answer);
-    if (found != VELMORA::ackAccepted && found != VELMORA::ackSocketFailed) {
-        throw Stop{exitNobody, "The target has fallen silent."};
+    const int found = ask(asking, target, wire::FIND_REQ{}, answer);
+    if (found != VELMORA::ackAccepted) {
+        throw Stop{codeOf(found), found == VELMORA::ackSilent    ? "The target has fallen silent."
+                                  : found == VELMORA::ackRefused ? "The target refuses to talk."
+                                                                 : "The target sends the question "
+                                                                   "back instead of answering it."};
     }
-    if (found == VELMORA::ackAccepted) {
-        const auto packet = wire::readPacket(answer);
-        told.product = packet->arg64();
-        told.name = packet->text();
-    }
-    const wire::HELLO_REQ hello{everybody().ownID, everybody().clientName};
+    const auto packet = wire::readPacket(answer);
+    told.product = packet->arg64();
+    told.name = packet->text();
     told.hello =
-        find.sendAck(target, write(hello), wire::HELLO_REQ::answer, answer) == VELMORA::ackAccepted;
-    if (found == VELMORA::ackSocketFailed || !find.getSinks(target, told.sinks)) {
-        throw Stop{exitNetwork, "The network socket failed; --verbose tells more."};
-    }
-
-    if (find.sendAck(target, write(wire::CONFIG_REQ{}), wire::CONFIG_REQ::answer, answer) ==
-        VELMORA::ackAccepted) {
-        const auto packet = wire::readPacket(answer);
-        told.config = wire::replaceMyAddress(std::string(packet->text()), target);
-    }
-    std::string text;
-    if (find.readInfoA(target, text)) told.infoA = text;
-    if (find.readInfoB(target, text)) told.infoB = text;
+        askText(asking, target, wire::HELLO_REQ{everybody().ownID, everybody().clientName});
+    askSinks(asking, target, told);
+    told.config = askText(asking, target, wire::CONFIG_REQ{});
+    told.config.text = wire::replaceMyAddress(told.config.text, target);
+    told.infoA = askText(asking, target, wire::INFOA_REQ{});
+    told.infoB = askText(asking, target, wire::INFOB_REQ{});
     for (std::uint16_t index = 0; index < mostIndexed; ++index) {
-        if (!find.readInfoIndexed(target, index, text)) break;
-        told.indexed.push_back(text);
+        Answer line = askText(asking, target, wire::INFOINDEX_REQ{.index = index});
+        if (!line.isThere()) {
+            told.indexEnd = line;
+            break;
+        }
+        told.indexed.push_back(std::move(line.text));
     }
     return told;
 }
 
-Json orNull(const std::optional<std::string>& text) {
-    return text ? Json(printable(*text)) : Json(nullptr);
+const char* sinksWord(const Told& told) {
+    return told.allSinks ? outcomeOf(told.sinkCount.result).word : "partly";
+}
+
+Json orNull(const Answer& answer) {
+    return answer.isThere() ? Json(printable(answer.text)) : Json(nullptr);
 }
 
 Json asJson(const IPAddress& target, const Told& told, const Links& links) {
@@ -77,36 +153,54 @@ Json asJson(const IPAddress& target, const Told& told, const Links& links) {
     return {{"address", shownAddress(target, links)},
             {"name", printable(told.name)},
             {"product", productText(told.product)},
-            {"hello", told.hello},
+            {"hello", told.hello.isThere()},
             {"sinks", sinks},
             {"config", orNull(told.config)},
             {"infoA", orNull(told.infoA)},
             {"infoB", orNull(told.infoB)},
-            {"infoIndexed", indexed}};
+            {"infoIndexed", indexed},
+            {"answers",
+             {{"hello", outcomeOf(told.hello.result).word},
+              {"sinks", sinksWord(told)},
+              {"config", outcomeOf(told.config.result).word},
+              {"infoA", outcomeOf(told.infoA.result).word},
+              {"infoB", outcomeOf(told.infoB.result).word},
+              {"infoIndexedEnd", outcomeOf(told.indexEnd.result).word}}}};
 }
 
 void print(std::ostream& out, const IPAddress& target, const Told& told, const Links& links) {
     const auto line = [&](const std::string& label, const std::string& text) {
         out << label << std::string(label.size() < 15 ? 15 - label.size() : 1, ' ') << text << '\n';
     };
-    const auto maybe = [&](const char* label, const std::optional<std::string>& text) {
-        if (text) line(label, text->empty() ? "(empty)" : printable(*text));
+    const auto shown = [](const Answer& answer) -> std::string {
+        if (!answer.isThere()) return std::string("(") + outcomeOf(answer.result).shown + ")";
+        return answer.text.empty() ? "(empty)" : printable(answer.text);
     };
     line("Name", printable(told.name));
     line("Address", shownAddress(target, links));
     line("Product", told.product == 0 ? "not told" : productText(told.product));
-    line("Greeting", told.hello ? "answered" : "not answered");
+    line("Greeting", outcomeOf(told.hello.result).shown);
     for (const auto& [key, sink] : told.sinks) {
         line("Sink " + std::to_string(sink.sinkNo),
              (sink.name.empty() ? "" : printable(sink.name) + ", ") + "port " +
                  std::to_string(key.portNumber()) + ", version " + std::to_string(sink.version));
     }
-    if (told.sinks.empty()) line("Sinks", "none");
-    maybe("Configuration", told.config);
-    maybe("Info A", told.infoA);
-    maybe("Info B", told.infoB);
+    if (!told.sinkCount.isThere()) {
+        line("Sinks", shown(told.sinkCount));
+    } else if (!told.allSinks) {
+        line("Sinks", "(some did not answer)");
+    } else if (told.sinks.empty()) {
+        line("Sinks", "none");
+    }
+    line("Configuration", shown(told.config));
+    line("Info A", shown(told.infoA));
+    line("Info B", shown(told.infoB));
     for (std::size_t i = 0; i < told.indexed.size(); ++i) {
-        maybe(("Info " + std::to_string(i)).c_str(), told.indexed[i]);
+        line("Info " + std::to_string(i), shown({VELMORA::ackAccepted, told.indexed[i]}));
+    }
+    // A refusal is how a list ends; silence may be one that goes on.
+    if (!told.indexEnd.isThere() && told.indexEnd.result != VELMORA::ackRefused) {
+        line("Info " + std::to_string(told.indexed.size()), shown(told.indexEnd));
     }
 }
 
@@ -115,7 +209,7 @@ void print(std::ostream& out, const IPAddress& target, const Told& told, const L
 int infoCommand(Context& context, const Options& options) {
     Asking asking(context, everybody(), options.interface);
     const IPAddress target = asking.target(options.address);
-    const Told told = askAll(asking.find(), target);
+    const Told told = askAll(asking, target);
     if (options.json) {
         context.out << asJson(target, told, asking.links()).dump(2) << '\n';
     } else {

@@ -1,5 +1,7 @@
 // send: a file into a channel of a target.
+#include <algorithm>
 #include <cmath>
+#include <string>
 
 #include "apps/velmora-find/Commands.h"
 #include "apps/velmora-find/FileReading.h"
@@ -44,6 +46,27 @@ private:
     double seconds_ = 0;
 };
 
+constexpr double redrawEvery = 0.1;  // s
+
+// One line of a terminal that is drawn over and over.
+class ProgressLine {
+public:
+    explicit ProgressLine(std::ostream& out) : out_(out) {}
+    void draw(const TransferRun& run, bool atLast) {
+        if (columns_ != 0 && !atLast && run.seconds - drawnAt_ < redrawEvery) return;
+        const std::string text = progressText(run);
+        out_ << '\r' << text << std::string(columns_ - std::min(columns_, text.size()), ' ')
+             << (atLast ? "\n" : "") << std::flush;
+        columns_ = text.size();
+        drawnAt_ = run.seconds;
+    }
+
+private:
+    std::ostream& out_;
+    std::size_t columns_ = 0;  // of what stands there
+    double drawnAt_ = 0;       // s
+};
+
 }  // namespace
 
 int sendCommand(Context& context, const Options& options) {
@@ -55,15 +78,15 @@ int sendCommand(Context& context, const Options& options) {
     run.channel = options.channel;
     run.size = data.size();
     Stopwatch watch(context.environment.clock());
-    const auto show = [&] {
+    ProgressLine line(context.talk);
+    const auto show = [&](bool atLast) {
         run.seconds = watch.seconds();
-        if (context.isTerminal) context.talk << "\r" << progressText(run) << "  " << std::flush;
+        if (context.isTerminal) line.draw(run, atLast);
     };
     asking.find().Transfer(
         target, static_cast<int>(options.channel), data, options.limit,
-        [&](std::uint16_t, std::uint16_t) { show(); }, run.figures);
-    show();
-    if (context.isTerminal) context.talk << "\n";
+        [&](std::uint16_t, std::uint16_t) { show(/*atLast=*/false); }, run.figures);
+    show(/*atLast=*/true);
 
     if (options.json) {
         context.out << asJson(run).dump() << '\n';

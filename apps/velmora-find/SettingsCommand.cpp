@@ -6,12 +6,15 @@
 #include "apps/velmora-find/ExitCode.h"
 #include "apps/velmora-find/Printable.h"
 #include "apps/velmora-find/SettingValue.h"
+#include "apps/velmora-find/SettingsReading.h"
 #include "apps/velmora-find/Table.h"
 #include "apps/velmora-find/Target.h"
+#include "wire/DiscoveryMessage.h"
 
 namespace velmora_find {
 namespace {
 
+namespace wire = VELMORA::wire;
 using VELMORA::SettingItem;
 using VELMORA::SettingList;
 
@@ -50,11 +53,6 @@ void print(std::ostream& out, const SettingList& items, bool json) {
     table.print(out);
 }
 
-std::string asOften(std::size_t count) {
-    return count == 0 ? "Its list of settings cannot be read"
-                      : "Its list of settings breaks off behind item " + std::to_string(count);
-}
-
 // The number of the item that is meant, from 1. Throws Stop.
 std::uint16_t itemNamed(const SettingList& items, const std::string& label) {
     std::vector<std::size_t> meant;
@@ -89,54 +87,88 @@ const SettingItem& at(const SettingList& items, std::uint16_t number) {
     return *std::next(items.begin(), number - 1);
 }
 
+// Where the target did not accept what it was asked. No more is said than is known.
+[[noreturn]] void giveUp(int result, const std::string& refused, const std::string& unknown) {
+    if (result == VELMORA::ackRefused) throw Stop{exitTarget, refused};
+    const std::string what = result == VELMORA::ackSocketFailed ? "The network socket failed: "
+                             : result == VELMORA::ackEcho
+                                 ? "The target sends questions back instead of answering them: "
+                                 : "The target does not answer any more: ";
+    throw Stop{codeOf(result), what + unknown + " \"velmora-find settings\" shows what it holds."};
+}
+
+// Both may be asked again when an answer is lost: the same value and the same commit change
+// nothing.
+void writeAndCommit(Asking& asking, const ZENNO::IPAddress& target, std::uint16_t number,
+                    const SettingChange& change, bool keep, const std::string& name) {
+    using Request = wire::ITEMVALUE_REQ;
+    ZENNO::Bytes answer;
+    const int written = asking.ask(target,
+                                   Request{.itemNo = number,
+                                           .mode = Request::modeWrite,
+                                           .value = change.value,
+                                           .text = change.text},
+                                   answer);
+    if (written != VELMORA::ackAccepted) {
+        giveUp(written,
+               "The target does not take this value for " + name +
+                   ", so it was not asked to put it in force.",
+               "whether it took the value for " + name +
+                   " is not known; it was not asked to put it in force.");
+    }
+    const int committed = asking.ask(
+        target, Request{.itemNo = 0, .mode = keep ? Request::modeWrite : Request::modeAlternative},
+        answer);
+    if (committed != VELMORA::ackAccepted) {
+        giveUp(committed,
+               "The target took the value for " + name + " but refused to put it in force" +
+                   (keep ? ": it may not be able to keep settings; try without --keep."
+                         : "; look with \"velmora-find settings\", and set it again."),
+               "it took the value for " + name + ", but whether that is in force is not known.");
+    }
+}
+
+// Read again where the value is another one: an answer that came late may have been taken for the
+// one to this question.
+SettingItem readBack(Asking& asking, const ZENNO::IPAddress& target, std::uint16_t number,
+                     const SettingChange& change, const std::string& name) {
+    SettingsRead read = readSettings(asking, target, /*alternative=*/false);
+    if (number <= read.items.size() && !holds(at(read.items, number), change)) {
+        read = readSettings(asking, target, /*alternative=*/false);
+    }
+    if (number <= read.items.size()) return at(read.items, number);
+    throw Stop{read.isWhole ? exitTarget : codeOf(read.result),
+               "The target took the value for " + name +
+                   " and said that it is in force, but it cannot be read back. " +
+                   (read.isWhole ? "The setting has gone." : read.why())};
+}
+
 }  // namespace
 
 int settingsCommand(Context& context, const Options& options) {
     Asking asking(context, everybody(), options.interface);
     const ZENNO::IPAddress target = asking.target(options.address);
-    SettingList items;
-    const bool whole = asking.find().getItems(target, items, /*alternative=*/options.kept);
-    print(context.out, items, options.json);
-    if (!whole) {
-        throw Stop{exitTarget, asOften(items.size()) +
-                                   ": an answer was missing, refused or for another item. Does "
-                                   "the target have settings? Perhaps try again."};
-    }
-    if (items.empty()) context.talk << "The target has no settings.\n";
+    const SettingsRead read = readSettings(asking, target, /*alternative=*/options.kept);
+    print(context.out, read.items, options.json);
+    if (!read.isWhole) throw Stop{codeOf(read.result), read.why()};
+    if (read.items.empty()) context.talk << "The target has no settings.\n";
     return exitDone;
 }
 
 int setCommand(Context& context, const Options& options) {
     Asking asking(context, everybody(), options.interface);
-    VELMORA::Find& find = asking.find();
     const ZENNO::IPAddress target = asking.target(options.address);
-    SettingList items;
-    if (!find.getItems(target, items, /*alternative=*/false)) {
-        throw Stop{exitTarget, asOften(items.size()) + ", so nothing was set. Perhaps try again."};
-    }
-    const std::uint16_t number = itemNamed(items, options.label);
-    const SettingItem& item = at(items, number);
+    const SettingsRead read = readSettings(asking, target, /*alternative=*/false);
+    if (!read.isWhole) throw Stop{codeOf(read.result), read.why() + " Nothing was set."};
+    const std::uint16_t number = itemNamed(read.items, options.label);
+    const SettingItem& item = at(read.items, number);
     const std::string name = "\"" + printable(item.label) + "\"";
     const auto value = readValue(item, options.value, options.text);
     if (const auto* sentence = std::get_if<std::string>(&value)) throw Stop{exitUsage, *sentence};
     const SettingChange& change = std::get<SettingChange>(value);
 
-    if (!find.setItem(target, number, change.text, change.value)) {
-        throw Stop{exitTarget,
-                   "The target does not take this value for " + name + "; it keeps what it had."};
-    }
-    if (!find.commitItems(target, options.keep)) {
-        throw Stop{exitTarget, "The target took the value for " + name +
-                                   " but did not put it in force; look with \"velmora-find "
-                                   "settings\", and set it again."};
-    }
-    SettingList after;
-    const bool read = find.getItems(target, after, /*alternative=*/false) && number <= after.size();
-    if (!read) {
-        throw Stop{exitTarget,
-                   "The target took the value for " + name + ", but it cannot be read back."};
-    }
-    const SettingItem& now = at(after, number);
+    writeAndCommit(asking, target, number, change, options.keep, name);
+    const SettingItem now = readBack(asking, target, number, change, name);
     if (options.json) {
         context.out << asJson(number, now).dump(2) << '\n';
     } else {
@@ -144,7 +176,7 @@ int setCommand(Context& context, const Options& options) {
     }
     if (!holds(now, change)) {
         throw Stop{exitTarget,
-                   "The target took another value for " + name + " than was asked for."};
+                   "The target holds another value for " + name + " than was asked for."};
     }
     context.talk << (options.keep ? "Kept, also when the target starts anew.\n"
                                   : "In force until the target starts anew; --keep keeps it.\n");

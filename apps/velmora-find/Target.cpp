@@ -16,7 +16,6 @@ namespace {
 using ZENNO::IPAddress;
 
 constexpr std::uint64_t noID = ~0ull;  // what discovery without a driver tells as its own
-constexpr int tries = 3;
 
 }  // namespace
 
@@ -29,6 +28,11 @@ VELMORA::FindSetting everybody() {
     setting.clientName = "velmora-find";
     setting.ownID = noID;
     return setting;
+}
+
+ExitCode codeOf(int result) {
+    if (result == VELMORA::ackSocketFailed) return exitNetwork;
+    return result == VELMORA::ackSilent ? exitNobody : exitTarget;
 }
 
 std::string productText(std::uint64_t product) {
@@ -58,6 +62,20 @@ IPAddress Asking::target(const std::string& addressOrName) {
     return typed ? byAddress(*typed, addressOrName) : byName(addressOrName);
 }
 
+int Asking::ask(const IPAddress& target, const ZENNO::Bytes& message, std::uint32_t answerId,
+                ZENNO::Bytes& answer) {
+    int asked = 0, result = VELMORA::ackSilent;
+    for (; asked < mostTries && result == VELMORA::ackSilent; ++asked) {
+        result = find_.sendAck(target, message, answerId, answer);
+    }
+    // What was asked more than once may be answered more than once, and an answer does not tell
+    // which question it is for. One that answers in order has sent them all before it answers this.
+    const bool mayLinger = asked > 1 && result != VELMORA::ackSocketFailed;
+    for (int i = 0; mayLinger && i < mostTries && !find_.ping(target); ++i) {
+    }
+    return result;
+}
+
 // Without an interface each one is asked in turn, and the first that hears the target has it.
 IPAddress Asking::byAddress(const TypedAddress& typed, const std::string& text) {
     std::set<std::uint32_t> scopes;
@@ -77,7 +95,7 @@ IPAddress Asking::byAddress(const TypedAddress& typed, const std::string& text) 
     }
 
     bool refused = false, failed = true;
-    for (int i = 0; i < tries; ++i) {
+    for (int i = 0; i < mostTries; ++i) {
         for (const std::uint32_t scope : scopes) {
             IPAddress address = typed.address;
             address.scope = scope;

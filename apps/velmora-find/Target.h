@@ -5,6 +5,7 @@
 #include <string>
 
 #include "apps/velmora-find/Context.h"
+#include "apps/velmora-find/ExitCode.h"
 #include "apps/velmora-find/Links.h"
 #include "find/Find.h"
 
@@ -14,6 +15,11 @@ namespace velmora_find {
 VELMORA::FindSetting asTheDriver();
 // Every product, every version.
 VELMORA::FindSetting everybody();
+
+// An exit code for a question that was not accepted, by its AckResult.
+ExitCode codeOf(int result);
+
+inline constexpr int mostTries = 3;  // of one question, while nothing at all comes back
 
 struct TypedAddress;
 
@@ -30,7 +36,16 @@ public:
     // otherwise.
     ZENNO::IPAddress target(const std::string& addressOrName);
 
+    // A question that may be asked twice, up to three times while the target is silent. Gives an
+    // AckResult; `answer` as VELMORA::sendAck has it.
+    template <class Request>
+    int ask(const ZENNO::IPAddress& target, const Request& request, ZENNO::Bytes& answer) {
+        return ask(target, write(request), Request::answer, answer);
+    }
+
 private:
+    int ask(const ZENNO::IPAddress& target, const ZENNO::Bytes& message, std::uint32_t answerId,
+            ZENNO::Bytes& answer);
     ZENNO::IPAddress byAddress(const TypedAddress& typed, const std::string& text);
     ZENNO::IPAddress byName(const std::string& name);
 

@@ -72,11 +72,16 @@ std::string progressText(const TransferRun& run) {
     const std::uint64_t sent = std::min(run.figures.bytesSent, run.size);
     const double part =
         run.size == 0 ? 1.0 : static_cast<double>(sent) / static_cast<double>(run.size);
-    const auto filled = static_cast<std::size_t>(part * barWidth);
-    return "[" + std::string(filled, '#') + std::string(barWidth - filled, '-') + "]  " +
-           decimals(part * 100, 0) + " %  " + std::to_string(sent) + " of " +
-           std::to_string(run.size) + " bytes, " + rateText(sent, run.seconds) + ", " +
-           counted(run.figures.resends, "resend");
+    const std::string figures = "]  " + decimals(part * 100, 0) + " %  " + std::to_string(sent) +
+                                " of " + std::to_string(run.size) + " bytes, " +
+                                rateText(sent, run.seconds) + ", " +
+                                counted(run.figures.resends, "resend");
+    const std::size_t room = progressColumns - std::min(progressColumns, figures.size() + 1);
+    const std::size_t width = std::min(barWidth, room);
+    const auto filled = static_cast<std::size_t>(part * static_cast<double>(width));
+    const std::string line =
+        "[" + std::string(filled, '#') + std::string(width - filled, '-') + figures;
+    return line.substr(0, progressColumns);
 }
 
 std::string summaryText(const TransferRun& run) {

@@ -1,6 +1,7 @@
 // What is said about a transfer: while it runs, and where it ended.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -16,7 +17,9 @@ struct TransferRun {
     double seconds = 0;
 };
 
-// "[############------------]  50 %  524288 of 1048576 bytes, 12.3 MB/s, 0 resends"
+// "[############------------]  50 %  524288 of 1048576 bytes, 12.3 MB/s, 0 resends": no longer than
+// a terminal's line; with large numbers the bar is shorter.
+inline constexpr std::size_t progressColumns = 79;
 std::string progressText(const TransferRun& run);
 // "1048576 bytes in 0.09 s, 11.6 MB/s; ..." : the whole of it.
 std::string summaryText(const TransferRun& run);

@@ -93,6 +93,7 @@ int follow(Context& context, const Options& options, Watching& watch) {
         // Asked first: what it has found until it ended is still told.
         const bool goesOn = watch.isWatching();
         look();
+        if (!context.out) return exitFile;  // nobody can read what comes
         if (!goesOn) {
             lines.tell("ended",
                        "The watch ended by itself: the network socket failed. Has an "

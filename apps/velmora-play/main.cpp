@@ -14,6 +14,7 @@
 #include "apps/velmora-play/Host.h"
 #include "apps/velmora-play/Source.h"
 #include "apps/velmora-play/Terminal.h"
+#include "base/Printable.h"
 
 namespace {
 
@@ -109,11 +110,12 @@ int play(const Options& options) {
     Host host(*driver, *source);
     ProgressLine line(options.quiet);
     const auto failure = host.play(options.buffer, [&](const Progress& progress) {
-        line.show(host.deviceName() + ", " + host.formatText(), progress);
+        line.show(ZENNO::printable(host.deviceName()) + ", " + host.formatText(), progress);
         return !interrupted.load();
     });
     line.end();
-    if (failure) return complain(failure->code, failure->text);
+    // What a driver says may be what a target has told it.
+    if (failure) return complain(failure->code, ZENNO::printable(failure->text));
     return exitDone;
 }
 

@@ -24,8 +24,8 @@ TEST_F(FindDoctor, FindsNothingWrongWhereAllIsWell) {
     EXPECT_EQ(run({"doctor"}), velmora_find::exitDone);
     EXPECT_EQ(out.str(),
               "Interface eth0, number 3, fe80::1:2: asked, 1 answered\n"
-              "    DAC  fe80::2 port 19642, product KORVENTE, 1 sink, answers datagrams of 8952 "
-              "bytes (an MTU of 9000, or fragments)\n"
+              "    DAC  fe80::2 port 19642, product KORVENTE, 1 sink, the largest datagram "
+              "it answered has 8952 bytes\n"
               "A long datagram that is answered has arrived, whole or in fragments, which this "
               "computer cannot\ntell; whether the way back takes as much is not seen.\n"
               "\nThe driver will find one target.\n");
@@ -161,10 +161,10 @@ TEST_F(FindDoctor, TellsWhatATargetHasAgainstIt) {
 TEST_F(FindDoctor, FindsTheLargestDatagramThatIsAnswered) {
     struct Case {
         std::size_t largest;
-        Json mtu;
+        Json answered;
     };
-    const Case cases[] = {{9000, 9000}, {8951, 4078},    {4030, 4078}, {4029, 1500},
-                          {1452, 1500}, {1451, nullptr}, {16, nullptr}};
+    const Case cases[] = {{8952, 8952}, {8951, 4030},    {4030, 4030}, {4029, 1452},
+                          {1452, 1452}, {1451, nullptr}, {16, nullptr}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.largest);
         network.fate = [&](const Datagram& datagram) -> Fate {
@@ -172,9 +172,19 @@ TEST_F(FindDoctor, FindsTheLargestDatagramThatIsAnswered) {
             return {{50, std::nullopt}};
         };
         EXPECT_EQ(examine(), velmora_find::exitDone);
-        EXPECT_EQ(json()["interfaces"][0]["targets"][0]["mtu"], c.mtu);
-        EXPECT_EQ(findings("does not answer datagrams of 1452"), c.mtu == nullptr ? 1u : 0u);
+        EXPECT_EQ(json()["interfaces"][0]["targets"][0]["largestAnswered"], c.answered);
+        EXPECT_EQ(findings("does not answer datagrams of 1452"), c.answered == nullptr ? 1u : 0u);
     }
+}
+
+TEST_F(FindDoctor, DoesNotTakeALateAnswerForTheOneToASmallerQuestion) {
+    network.fate = [&](const Datagram& datagram) -> Fate {
+        if (datagram.toPeer && datagram.data.size() > 8000) return {{350'000, std::nullopt}};
+        if (datagram.toPeer && datagram.data.size() > 1000) return {};
+        return {{50, std::nullopt}};
+    };
+    EXPECT_EQ(examine(), velmora_find::exitDone);
+    EXPECT_EQ(json()["interfaces"][0]["targets"][0]["largestAnswered"], 8952);
 }
 
 TEST_F(FindDoctor, DoesNotTakeAStrangersAnswerForTheTargets) {
@@ -186,7 +196,7 @@ TEST_F(FindDoctor, DoesNotTakeAStrangersAnswerForTheTargets) {
         return {};
     };
     EXPECT_EQ(examine(), velmora_find::exitDone);
-    EXPECT_EQ(json()["interfaces"][0]["targets"][0]["mtu"], nullptr);
+    EXPECT_EQ(json()["interfaces"][0]["targets"][0]["largestAnswered"], nullptr);
 }
 
 TEST_F(FindDoctor, CountsWhatIsNoAnswer) {
@@ -196,6 +206,58 @@ TEST_F(FindDoctor, CountsWhatIsNoAnswer) {
     EXPECT_EQ(examine(), velmora_find::exitDone);
     EXPECT_EQ(json()["interfaces"][0]["strays"], 3);
     EXPECT_EQ(findings("3 datagrams came that are no answer"), 1u);
+}
+
+TEST_F(FindDoctor, DoesNotCountEmptyDatagrams) {
+    target.onRequest = [&](const ScriptedTarget::Seen& seen) {
+        if (seen.multicast) network.send(onLink(7, 5000), seen.from, Bytes());
+    };
+    EXPECT_EQ(examine(), velmora_find::exitDone);
+    EXPECT_EQ(json()["interfaces"][0]["strays"], 0);
+    EXPECT_EQ(json()["findings"], Json::array());
+}
+
+// Takes a part of every datagram, which no system counts as an error.
+class ShortLink final : public ZENNO::Link {
+public:
+    explicit ShortLink(FakeClock& time) : time_(time) {}
+    bool open(ZENNO::SocketKind) override { return true; }
+    void close() override {}
+    bool isOpen() const override { return true; }
+    bool bindV6(IPAddress&) override { return true; }
+    bool joinV6(const IPAddress&) override { return true; }
+    bool setBlocking(bool) override { return true; }
+    int waitReadable(std::uint32_t micros) override {
+        time_.advance(micros);
+        return ZENNO::waitTimedOut;
+    }
+    bool receiveFrom(ZENNO::BufferCS, std::uint64_t&, IPAddress&) override { return false; }
+    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress&) noexcept override {
+        return static_cast<std::int64_t>(data.size) - 1;
+    }
+
+private:
+    FakeClock& time_;
+};
+
+class ShortNetwork final : public ZENNO::Environment {
+public:
+    ZENNO::Clock& clock() noexcept override { return time; }
+    std::unique_ptr<ZENNO::Link> makeLink() override { return std::make_unique<ShortLink>(time); }
+    bool localAddressesV6(ZENNO::LocalInterfaceMap& out) override {
+        out = {{onLink(1, 0), {"eth0", ""}}};
+        return true;
+    }
+    FakeClock time;
+};
+
+TEST_F(FindDoctor, TellsAQuestionThatCannotBeSentWithoutAnError) {
+    ShortNetwork shorts;
+    velmora_find::Context there{shorts, out, talk};
+    EXPECT_EQ(velmora_find::run({"doctor", "--json"}, there), velmora_find::exitNetwork);
+    EXPECT_EQ(json()["interfaces"][0]["usable"], false);
+    EXPECT_EQ(json()["interfaces"][0]["sendError"], -1);
+    EXPECT_EQ(findings("without an error number"), 1u);
 }
 
 TEST_F(FindDoctor, NeverLetsATargetsTextReachTheTerminalRaw) {

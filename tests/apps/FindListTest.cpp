@@ -81,6 +81,18 @@ TEST_F(FindList, AsksOnTheInterfaceThatIsNamed) {
     EXPECT_THAT(talk.str(), HasSubstr("\"wan0\" has no address fe80::"));
 }
 
+TEST_F(FindList, DoesNotAskOnAnotherInterfaceWhereANumberIsTooLargeForTheFinder) {
+    network.interfaces[onLink(9, 0, 65536 + 3)] = {"far0", ""};
+    network.interfaces[onLink(9, 0, 65535)] = {"last0", ""};
+    EXPECT_EQ(run({"list", "--interface", "far0"}), velmora_find::exitNetwork);
+    EXPECT_THAT(talk.str(), HasSubstr("up to 65535, and \"far0\" has 65539"));
+    EXPECT_TRUE(target.seen.empty());
+    ScriptedTarget far(network, onLink(4, 19642, 65536 + 3));
+    far.sinks = {{19650, 1, ""}};
+    EXPECT_EQ(run({"list", "--all", "--interface", "far0"}), velmora_find::exitDone);
+    EXPECT_EQ(run({"list", "--interface", "last0"}), velmora_find::exitNobody);
+}
+
 TEST_F(FindList, ShowsOneTargetOnTwoLinksTwice) {
     network.interfaces[onLink(9, 0, 5)] = {"eth1", ""};
     target.alsoAt(onLink(2, 19642, 5));
@@ -112,7 +124,10 @@ TEST_F(FindList, TellsAFailureOfTheNetwork) {
     network.waitFails = true;
     EXPECT_EQ(run({"list"}), velmora_find::exitNetwork);
     EXPECT_THAT(talk.str(), HasSubstr("The search failed"));
+    // Here the finder logs to this program's own log.
+    EXPECT_THAT(talk.str(), HasSubstr("--verbose tells more"));
     EXPECT_EQ(run({"list", "--all"}), velmora_find::exitNetwork);
+    EXPECT_THAT(talk.str(), HasSubstr("--verbose tells more"));
     network.waitFails = false;
     network.openFails = true;
     EXPECT_EQ(run({"list", "--all"}), velmora_find::exitNetwork);

@@ -134,6 +134,13 @@ TEST_F(FindArguments, TakeOptionsOnEitherSideOfTheCommand) {
     EXPECT_EQ(run({"info", "fe80::2", "--verbose"}), velmora_find::exitDone);
 }
 
+TEST_F(FindArguments, TakeNoSecondsThatAreNoNumber) {
+    for (const char* seconds : {"nan", "-nan", "NAN", "inf", "-inf", "1e999", ""}) {
+        SCOPED_TRACE(seconds);
+        EXPECT_EQ(run({"watch", "--seconds", seconds}), velmora_find::exitUsage);
+    }
+}
+
 TEST_F(FindArguments, NameTheDllToTheFinderThatHasOne) {
     EXPECT_EQ(run({"list"}), velmora_find::exitDone);
     EXPECT_EQ(dllAsked, "");

@@ -1,4 +1,5 @@
 // send: a file into a channel of a target.
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -71,6 +72,21 @@ TEST_F(FindSend, ShowsABarOnATerminalAlone) {
     EXPECT_EQ(send(), velmora_find::exitDone);
     EXPECT_THAT(talk.str(), HasSubstr("\r[------------------------]  0 %  0 of 10000 bytes"));
     EXPECT_THAT(talk.str(), HasSubstr("\r[########################]  100 %  10000 of 10000"));
+}
+
+TEST_F(FindSend, DrawsItsBarNoMoreThanTenTimesASecond) {
+    context.isTerminal = true;
+    const auto draws = [&] {
+        EXPECT_EQ(send(), velmora_find::exitDone);
+        const std::string said = talk.str();
+        return std::count(said.begin(), said.end(), '\r');
+    };
+    EXPECT_EQ(draws(), 2);  // as it begins and as it ends: it takes no tenth of a second
+    target.answerDelay[wire::TRANSFER_DATA::id] = 60'000;  // five bursts
+    const auto before = network.time.time();
+    const auto drawn = draws();
+    EXPECT_GT(drawn, 2);
+    EXPECT_LE(drawn, 2 + static_cast<std::ptrdiff_t>((network.time.time() - before) / 100'000));
 }
 
 TEST_F(FindSend, SendsAgainWhatIsLostAndCountsIt) {
@@ -205,6 +221,19 @@ TEST(FindFile, IsReadWhole) {
     EXPECT_EQ(read, (ZENNO::Bytes{'a', 0, '\r', '\n', 0xff}));
 }
 
+TEST(FindFile, ThatIsLargerThanTheBoundIsNotRead) {
+    Scratch scratch;
+    const std::string path = scratch.write("large.bin", "");
+    std::filesystem::resize_file(path, velmora_find::largestFile + 1);  // takes no room
+    try {
+        velmora_find::readUnchanged(path, [] { ADD_FAILURE() << "it was begun to be read"; });
+        ADD_FAILURE() << "it was taken";
+    } catch (const velmora_find::Stop& stop) {
+        EXPECT_EQ(stop.code, velmora_find::exitFile);
+        EXPECT_THAT(stop.sentence, HasSubstr("larger than 1 GiB"));
+    }
+}
+
 struct Meddling {
     const char* why;
     void (*with)(const std::string& path);
@@ -232,6 +261,29 @@ TEST(FindFile, ThatChangesWhileItIsReadIsNotTaken) {
             EXPECT_THAT(stop.sentence, HasSubstr(meddling.words));
         }
     }
+}
+
+TEST(FindTransferTalk, KeepsItsLineWithinATerminals) {
+    velmora_find::TransferRun run;
+    run.size = 1'048'576;
+    run.seconds = 0.05;
+    run.figures.bytesSent = 524'288;
+    EXPECT_EQ(velmora_find::progressText(run),
+              "[############------------]  50 %  524288 of 1048576 bytes, 10.5 MB/s, 0 resends");
+    for (const auto size : {std::uint64_t{0}, velmora_find::largestFile, ~std::uint64_t{0}}) {
+        for (const double seconds : {0.0, 1e-6, 1.0, 1e5}) {
+            for (const std::uint64_t resends : {0ull, 1ull, 99'999ull, ~0ull}) {
+                run.size = run.figures.bytesSent = size;
+                run.seconds = seconds;
+                run.figures.resends = resends;
+                EXPECT_LE(velmora_find::progressText(run).size(), 79u);
+            }
+        }
+    }
+    run.size = run.figures.bytesSent = velmora_find::largestFile;
+    run.seconds = 100;
+    run.figures.resends = 12;
+    EXPECT_THAT(velmora_find::progressText(run), testing::EndsWith("10.7 MB/s, 12 resends"));
 }
 
 TEST(FindTransferTalk, HasASentenceForEveryEnd) {

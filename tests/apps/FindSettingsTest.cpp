@@ -1,4 +1,6 @@
 // settings and set.
+#include <functional>
+
 #include "tests/apps/FindWorld.h"
 
 namespace velmora_test {
@@ -206,10 +208,121 @@ TEST_F(FindSettings, WithAValueOutsideTheirOwnRangeAreShown) {
 
 TEST_F(FindSettings, OfATargetThatKnowsNoneCannotBeRead) {
     target.replies.erase(wire::ITEM_REQ::id);
-    EXPECT_EQ(run({"settings", "fe80::2"}), velmora_find::exitTarget);
+    EXPECT_EQ(run({"settings", "fe80::2"}), velmora_find::exitNobody);
     EXPECT_THAT(out.str(), IsEmpty());
-    EXPECT_EQ(run({"settings", "fe80::2", "--json"}), velmora_find::exitTarget);
+    EXPECT_THAT(talk.str(), HasSubstr("does not answer what it is asked"));
+    EXPECT_EQ(run({"settings", "fe80::2", "--json"}), velmora_find::exitNobody);
     EXPECT_EQ(json(), Json::array());
+    EXPECT_EQ(set("Name", "x"), velmora_find::exitNobody);
+    EXPECT_THAT(talk.str(), HasSubstr("Nothing was set."));
+}
+
+TEST_F(FindSettings, ThatBreakOffAreToldWithTheReason) {
+    struct Case {
+        const char* why;
+        std::function<void(const ScriptedTarget::Seen&)> at;  // at each question for item 3
+        int code;
+        const char* words;
+    };
+    const Case cases[] = {
+        {"silence", [&](const ScriptedTarget::Seen& s) { target.behave(Manner::silent, s.id, 3); },
+         velmora_find::exitNobody, "the target does not answer"},
+        {"a refusal",
+         [&](const ScriptedTarget::Seen& s) { target.behave(Manner::refuses, s.id, 3); },
+         velmora_find::exitTarget, "refuses to tell more"},
+        {"an echo", [&](const ScriptedTarget::Seen& s) { target.behave(Manner::echoes, s.id, 3); },
+         velmora_find::exitTarget, "sends the question back"},
+        {"the socket", [&](const ScriptedTarget::Seen&) { network.waitFails = true; },
+         velmora_find::exitNetwork, "the network socket failed"},
+    };
+    for (const std::uint16_t id : {wire::ITEM_REQ::id, wire::ITEMVALUE_REQ::id}) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(c.why);
+            network.waitFails = false;
+            for (const std::uint16_t other : {wire::ITEM_REQ::id, wire::ITEMVALUE_REQ::id}) {
+                target.behave(Manner::answers, other, 3);
+            }
+            target.onRequest = [&](const ScriptedTarget::Seen& seen) {
+                if (seen.id == id && seen.arg[0] == 3) c.at(seen);
+            };
+            EXPECT_EQ(run({"settings", "fe80::2"}), c.code);
+            EXPECT_THAT(talk.str(), HasSubstr("breaks off behind item 2"));
+            EXPECT_THAT(talk.str(), HasSubstr(c.words));
+            EXPECT_THAT(out.str(), HasSubstr("#2"));
+        }
+    }
+}
+
+TEST_F(FindSettings, AreReadAndSetWhicheverOneAnswerIsLost) {
+    int answers = 0, lost = 0;
+    network.fate = [&](const Datagram& datagram) -> Fate {
+        if (!datagram.toPeer && ++answers == lost) return {};
+        return {{50, std::nullopt}};
+    };
+    for (lost = 1; lost == 1 || answers >= lost; ++lost) {
+        SCOPED_TRACE(lost);
+        answers = 0;
+        EXPECT_EQ(set("Buffer length", std::to_string(lost)), velmora_find::exitDone) << talk.str();
+        EXPECT_EQ(items[1].current, lost);
+    }
+    EXPECT_GT(lost, 40);
+    for (lost = 1, answers = 1; answers >= lost; ++lost) {
+        SCOPED_TRACE(lost);
+        answers = 0;
+        EXPECT_EQ(run({"settings", "fe80::2"}), velmora_find::exitDone) << talk.str();
+        EXPECT_THAT(out.str(), HasSubstr("#7"));
+    }
+}
+
+TEST_F(FindSettings, ClaimNothingThatIsNotKnownWhenAnAnswerIsMissing) {
+    struct Case {
+        const char* why;
+        bool atCommit;
+        std::function<void()> make;
+        int code, asked;
+        const char* words;
+    };
+    const auto silent = [&] { target.behave(Manner::silent, wire::ITEMVALUE_REQ::id); };
+    const auto echoes = [&] { target.behave(Manner::echoes, wire::ITEMVALUE_REQ::id); };
+    const auto broken = [&] { network.waitFails = true; };
+    const Case cases[] = {
+        {"silent to the write", false, silent, velmora_find::exitNobody, 3,
+         "does not answer any more: whether it took the value for \"Buffer length\" is not known"},
+        {"silent to the commit", true, silent, velmora_find::exitNobody, 4,
+         "but whether that is in force is not known"},
+        {"the write echoed", false, echoes, velmora_find::exitTarget, 1,
+         "sends questions back instead of answering them: whether it took"},
+        {"the socket, at the write", false, broken, velmora_find::exitNetwork, 1,
+         "The network socket failed: whether it took"},
+        {"the socket, at the commit", true, broken, velmora_find::exitNetwork, 2,
+         "but whether that is in force is not known"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.why);
+        network.waitFails = false;
+        target.behave(Manner::answers, wire::ITEMVALUE_REQ::id);
+        target.seen.clear();
+        target.onRequest = [&](const ScriptedTarget::Seen& seen) {
+            if (seen.id != wire::ITEMVALUE_REQ::id) return;
+            const bool isWrite = seen.arg[0] != 0 && seen.arg[1] == 1;
+            if (c.atCommit ? seen.arg[0] == 0 : isWrite) c.make();
+        };
+        EXPECT_EQ(set("Buffer length", "40"), c.code);
+        EXPECT_THAT(talk.str(), HasSubstr(c.words));
+        EXPECT_THAT(out.str(), IsEmpty());
+        EXPECT_EQ(writes(), c.asked);
+    }
+}
+
+TEST_F(FindSettings, ThatCannotBeReadBackAreToldSo) {
+    target.onRequest = [&](const ScriptedTarget::Seen& seen) {
+        if (seen.id == wire::ITEM_REQ::id && !commits.empty()) {
+            target.behave(Manner::silent, wire::ITEM_REQ::id);
+        }
+    };
+    EXPECT_EQ(set("Buffer length", "40"), velmora_find::exitNobody);
+    EXPECT_THAT(talk.str(), HasSubstr("said that it is in force, but it cannot be read back"));
+    EXPECT_EQ(items[1].current, 40);
 }
 
 struct Step {
@@ -222,7 +335,7 @@ TEST_F(FindSettings, ThatTheTargetRefusesAreToldSo) {
         {"the write", [](const wire::ITEMVALUE_REQ& r) { return r.mode == 1 && r.itemNo != 0; },
          "does not take this value"},
         {"the commit", [](const wire::ITEMVALUE_REQ& r) { return r.itemNo == 0; },
-         "did not put it in force"},
+         "refused to put it in force; look"},
     };
     const auto inner = target.replies[wire::ITEMVALUE_REQ::id];
     for (const Step& step : steps) {
@@ -236,6 +349,9 @@ TEST_F(FindSettings, ThatTheTargetRefusesAreToldSo) {
         EXPECT_THAT(talk.str(), HasSubstr(step.words));
         EXPECT_THAT(out.str(), IsEmpty());
         EXPECT_EQ(items[1].current, 20);
+        EXPECT_EQ(set("Buffer length", "40", {"--keep"}), velmora_find::exitTarget);
+        const bool isCommit = step.words[0] == 'r';
+        EXPECT_EQ(talk.str().find("try without --keep") != std::string::npos, isCommit);
     }
 }
 

@@ -152,6 +152,15 @@ TEST_F(FindFollow, SaysSoWhenTheWatchEndedByItselfAndTellsWhatItFoundBefore) {
     EXPECT_THAT(talk.str(), HasSubstr("The watch ended by itself"));
 }
 
+TEST_F(FindFollow, EndsWhenItsOutputHasGone) {
+    out.setstate(std::ios::badbit);
+    options.seconds = 1000;
+    watch.turns = {{{}, {{keyA, sinkOf("a")}}}};
+    const auto before = network.time.time();
+    EXPECT_EQ(follow(), velmora_find::exitFile);
+    EXPECT_LT(network.time.time() - before, 1'000'000u);
+}
+
 TEST_F(FindFollow, GivesAnObjectALine) {
     options.json = true;
     watch.turns = {{{}, {{keyA, sinkOf("a\x1b")}}}, {{keyA}, {}}};

@@ -31,7 +31,15 @@ std::string registered() {
     return key ? key.text("") : "";
 }
 
-HMODULE load(const std::string& dll, std::string& path) {
+struct Loaded {
+    HMODULE module;
+    DWORD error;  // read before anything else can change it
+};
+Loaded loaded(HMODULE module) {
+    return {module, GetLastError()};
+}
+
+Loaded load(const std::string& dll, std::string& path) {
     path = dll.empty() ? besideThisProgram() : dll;
     if (path.empty()) {
         path = registered();
@@ -40,10 +48,11 @@ HMODULE load(const std::string& dll, std::string& path) {
                        "The driver is not installed: asio_korvente_x64.dll is neither "
                        "beside this program nor registered. --dll names one."};
         }
-        return LoadLibraryA(path.c_str());
+        return loaded(LoadLibraryA(path.c_str()));
     }
     ZENNO::platform::WidePath wide;
-    return ZENNO::platform::toWide(path, wide) ? LoadLibraryW(wide.data()) : nullptr;
+    if (!ZENNO::platform::toWide(path, wide)) return loaded(nullptr);
+    return loaded(LoadLibraryW(wide.data()));
 }
 
 }  // namespace
@@ -52,11 +61,11 @@ const bool finderIsModule = true;
 
 FinderPointer loadFinder(const std::string& dll) {
     std::string path;
-    const HMODULE module = load(dll, path);
+    const auto [module, error] = load(dll, path);
     if (module == nullptr) {
         throw Stop{exitFile,
                    printable(path) + " cannot be loaded: " +
-                       ZENNO::platform::errorText(static_cast<std::int32_t>(GetLastError()))};
+                       printable(ZENNO::platform::errorText(static_cast<std::int32_t>(error)))};
     }
     const auto make = reinterpret_cast<VELMORA::MakeFinder>(
         reinterpret_cast<void*>(GetProcAddress(module, VELMORA::finderExport)));
@@ -65,8 +74,13 @@ FinderPointer loadFinder(const std::string& dll) {
         throw Stop{exitFile, printable(path) + " does not export " + VELMORA::finderExport +
                                  ": it is not this driver, or an old one."};
     }
-    return {make(), [module](VELMORA::asio_velmora_find_call* finder) {
-                delete finder;
+    VELMORA::asio_velmora_find_call* const finder = make();
+    if (finder == nullptr) {
+        FreeLibrary(module);
+        throw Stop{exitFile, printable(path) + " makes no finder: memory may be short."};
+    }
+    return {finder, [module = module](VELMORA::asio_velmora_find_call* made) {
+                delete made;
                 FreeLibrary(module);
             }};
 }
