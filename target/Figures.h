@@ -14,7 +14,7 @@ struct Figures {
     std::string state;  // "buffering", "playing", "ended"
     VELMORA::SinkConfig format{};
     ZENNO::IPAddress host{};
-    std::string hostName;  // from CLIENT_REQ
+    std::string hostName;  // from CLIENT_REQ, as shownText has it
     std::string endReason;
     std::string output;  // path or device
     bool outputFailed = false;

@@ -1,9 +1,12 @@
 #include "target/InboxFiles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <utility>
 
 namespace velmora_target {
@@ -16,7 +19,12 @@ constexpr const char* draftEnd = ".part";
 
 class InboxFile final : public InboxItem {
 public:
-    explicit InboxFile(std::string stem) : stem_(std::move(stem)) {}
+    // `next`: the number that the channel's next file gets; none below it is looked at.
+    InboxFile(std::string stem, std::shared_ptr<unsigned> next, WriteThrough writeThrough)
+        : stem_(std::move(stem)),
+          next_(std::move(next)),
+          writeThrough_(std::move(writeThrough)),
+          number_(*next_) {}
     ~InboxFile() override { discard(); }
 
     std::string append(VELMORA::wire::ConstBytes data) override {
@@ -29,7 +37,10 @@ public:
     std::string finish() override {
         std::string failure = open();  // an empty transfer is an empty file
         if (!failure.empty()) return failure;
-        if (std::fclose(std::exchange(file_, nullptr)) != 0) failure = cannot("write", draft_);
+        if (!writeThrough_(file_)) failure = cannot("write", draft_);
+        if (std::fclose(std::exchange(file_, nullptr)) != 0 && failure.empty()) {
+            failure = cannot("write", draft_);
+        }
         if (failure.empty()) failure = giveName();
         discard();
         return failure;
@@ -62,6 +73,7 @@ private:
             draft_.clear();
             if (!isOthers) return failure;
         }
+        *next_ = std::max(*next_, number_);
         return {};
     }
 
@@ -71,27 +83,38 @@ private:
             std::error_code error;
             name_ = nameAt(number_);
             fs::create_hard_link(draft_, name_, error);
-            if (!error) return {};
             if (error == std::errc::file_exists) continue;
             // A file system without links.
-            if (!fs::exists(name_)) fs::rename(draft_, name_, error);
-            if (!error) return {};
+            std::error_code unknown;
+            if (error && !fs::exists(name_, unknown) && !unknown) {
+                fs::rename(draft_, name_, error);
+            }
+            if (!error) {
+                *next_ = std::max(*next_, number_ + 1);
+                return {};
+            }
             const std::string name = std::exchange(name_, {});
             return "cannot write " + name + ": " + error.message();
         }
     }
 
     std::string stem_, draft_, name_;
-    unsigned number_ = 1;
+    std::shared_ptr<unsigned> next_;
+    WriteThrough writeThrough_;
+    unsigned number_;
     std::FILE* file_ = nullptr;
 };
 
 }  // namespace
 
-MakeInboxItem inboxFolder(const std::string& folder) {
-    return [folder](std::uint16_t channel) {
+MakeInboxItem inboxFolder(const std::string& folder, WriteThrough writeThrough) {
+    using Numbers = std::map<std::uint16_t, std::shared_ptr<unsigned>>;  // by channel
+    return [folder, writeThrough = std::move(writeThrough),
+            numbers = Numbers()](std::uint16_t channel) mutable {
         const std::string name = "channel-" + std::to_string(channel) + '-';
-        return std::make_unique<InboxFile>((fs::path(folder) / name).string());
+        std::shared_ptr<unsigned>& next = numbers[channel];
+        if (!next) next = std::make_shared<unsigned>(1);
+        return std::make_unique<InboxFile>((fs::path(folder) / name).string(), next, writeThrough);
     };
 }
 

@@ -103,7 +103,7 @@ const ItemRow table[] = {
 };
 
 std::string quoted(const std::string& text) {
-    return '"' + text + '"';
+    return '"' + shownText(text) + '"';
 }
 
 }  // namespace

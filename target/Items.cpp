@@ -12,12 +12,11 @@ using namespace VELMORA::wire;
 Items::Items(TargetSettings& settings, const KeptValues& kept, KeepValues keep)
     : settings_(settings), keep_(std::move(keep)) {
     for (const ItemRow& row : itemTable()) {
-        Item item{row, row.read(settings), row.read(settings), {}, {}, false};
+        Item item{row, row.read(settings), row.read(settings), {}, {}};
         const auto found = kept.find(row.key);
         if (found != kept.end() && objectionTo(row, found->second).empty()) {
             item.inForce = found->second;
             item.kept = found->second;
-            item.isSet = true;
             row.apply(settings, item.inForce);
         }
         items_.push_back(std::move(item));
@@ -114,21 +113,17 @@ ZENNO::Bytes Items::onItem(Item& item, const PacketView& packet, std::uint64_t n
 // host may mend the cause and commit again, or commit without keeping. What it wrote is still
 // there.
 bool Items::commit(bool keep, Mail& out) {
-    KeptValues values;
-    for (const Item& item : items_) {
-        if (item.isSet || item.written) values[item.row.key] = item.written.value_or(item.inForce);
-    }
     if (keep) {
-        const std::string failure = keep_ ? keep_(values) : "there is no state file";
+        const std::string failure = keepWritten();
         if (!failure.empty()) {
             out.lines.push_back("settings are not kept: " + failure);
             return false;
         }
     }
     for (Item& item : items_) {
-        item.isSet |= item.written.has_value();
-        if (keep && item.isSet) item.kept = values.at(item.row.key);
-        if (!item.written || *item.written == item.inForce) continue;
+        if (!item.written) continue;
+        if (keep) item.kept = item.written;
+        if (*item.written == item.inForce) continue;
         item.inForce = *item.written;
         item.row.apply(settings_, item.inForce);
         out.lines.push_back(std::string(item.row.label) + " is now " +
@@ -138,6 +133,19 @@ bool Items::commit(bool keep, Mail& out) {
     }
     forget();
     return true;
+}
+
+// Why what is written cannot be kept; empty if it can, or is kept already.
+std::string Items::keepWritten() const {
+    if (!keep_) return "there is no state file";
+    KeptValues values;
+    bool isNew = false;
+    for (const Item& item : items_) {
+        const std::optional<ItemValue>& value = item.written ? item.written : item.kept;
+        if (value) values[item.row.key] = *value;
+        isNew |= value != item.kept;
+    }
+    return isNew ? keep_(values) : std::string();
 }
 
 void Items::onTime(std::uint64_t now) {

@@ -1,10 +1,11 @@
 // The target's settings as hosts see them: reads, writes, commits.
 //
 // A value that is written is held back until a commit (item 0) puts all of them into force at once;
-// what nobody commits is forgotten. A commit that keeps hands every value that was ever set to the
-// state file; one that does not lasts until the target ends. Values that were never set stay the
-// command line's. What a stream is made from (buffer, trim, feedback, phase, output) counts from
-// the next stream on; the name at once.
+// what nobody commits is forgotten. A commit that keeps hands what it puts into force to the state
+// file, beside what is kept there already; what one puts into force that does not keep lasts until
+// the target ends, or until it is written again and kept. Values that were never kept are the
+// command line's at the next start. What a stream is made from (buffer, trim, feedback, phase,
+// output) counts from the next stream on; the name at once.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +29,8 @@ using KeepValues = std::function<std::string(const KeptValues&)>;
 
 class Items {
 public:
-    // Puts `kept` into force, but for what cannot be. Without `keep` nothing can be kept.
+    // Puts `kept` into force, but for what cannot be. Without `keep` nothing can be kept; it is
+    // called when there is something to keep that is not kept yet.
     Items(TargetSettings& settings, const KeptValues& kept, KeepValues keep);
 
     // The answer to ITEM_REQ or ITEMVALUE_REQ; nothing for other messages.
@@ -50,12 +52,12 @@ private:
         const ItemRow& row;
         ItemValue given, inForce;  // given by the command line
         std::optional<ItemValue> kept, written;
-        bool isSet = false;  // by a host or by what was kept
     };
     ZENNO::Bytes describeItem(std::uint16_t itemNo) const;
     ZENNO::Bytes onItem(Item& item, const VELMORA::wire::PacketView& packet, std::uint64_t now,
                         Mail& out);
     bool commit(bool keep, Mail& out);
+    std::string keepWritten() const;
     void forget() noexcept;
 
     TargetSettings& settings_;

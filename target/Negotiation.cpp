@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "target/Discovery.h"
+#include "target/Text.h"
 #include "wire/StreamMessage.h"
 
 namespace velmora_target {
@@ -59,7 +60,7 @@ std::optional<ZENNO::Bytes> Negotiation::answer(const PacketView& packet,
         }
         case CLIENT_REQ::id: {
             Prelude& prelude = preludeOf(from);
-            prelude.name = packet.text();
+            prelude.name = shownText(packet.text());
             prelude.productId = packet.arg64();
             return write(CLIENT_ANS{});
         }

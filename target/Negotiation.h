@@ -26,7 +26,7 @@ public:
     struct Prelude {
         ZENNO::IPAddress host{};
         std::uint16_t latency = 0;  // granted, 100 µs
-        std::string name;
+        std::string name;           // as shownText has it
         std::uint64_t productId = 0;
     };
     // Handed out once; of a host that said nothing, with the latency that is given unasked.

@@ -46,7 +46,8 @@ std::string outputText(const OutputChoice& choice, const std::string& folder) {
     }
     std::string name = choice.name.empty() ? "audio" : choice.name;
     if (!name.ends_with(extensions[choice.kind])) name += extensions[choice.kind];
-    return (std::filesystem::path(folder) / name).string();
+    // Without a folder in front a name could read as "none", or as a device.
+    return (std::filesystem::path(folder.empty() ? "." : folder) / name).string();
 }
 
 std::string objectionTo(const OutputChoice& choice) {
@@ -57,8 +58,8 @@ std::string objectionTo(const OutputChoice& choice) {
         case OutputChoice::alsa:
             return isPlayer(choice.name) ? std::string() : "no such kind of sound device";
         default:
-            if (choice.name.find_first_of("/\\") != std::string::npos || choice.name[0] == '.') {
-                return "a file is named without a folder, and not hidden";
+            if (choice.name.find_first_of("/\\:") != std::string::npos || choice.name[0] == '.') {
+                return "a file is named without a folder or a colon, and not hidden";
             }
             if (choice.kind == OutputChoice::byFormat && choice.name.find('.') != std::string::npos)
                 return "the format gives the extension";

@@ -24,6 +24,7 @@ constexpr std::array<const char*, 5> outputLabels{"none", "WAV file", "DSF file"
                                                   "WAV or DSF file"};
 
 OutputChoice outputChoice(const std::string& output);
+// Files lie in `folder`, the current one where it is empty.
 std::string outputText(const OutputChoice& choice, const std::string& folder);
 // Why a host may not choose that; empty if it may.
 std::string objectionTo(const OutputChoice& choice);

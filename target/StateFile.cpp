@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -40,6 +41,18 @@ std::string readValue(const ItemRow& row, const std::string& text, ItemValue& va
         rest.clear();
     }
     return rest.empty() ? objectionTo(row, value) : noForm;
+}
+
+// False with errno.
+bool isWritten(const std::string& path, const std::string& text, const WriteThrough& writeThrough) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) return false;
+    const bool written =
+        std::fwrite(text.data(), 1, text.size(), file) == text.size() && writeThrough(file);
+    const int why = errno;
+    if (std::fclose(file) != 0) return false;
+    errno = why;
+    return written;
 }
 
 }  // namespace
@@ -81,20 +94,24 @@ std::string StateFile::load(KeptValues& values) {
 }
 
 std::string StateFile::save(const KeptValues& values) {
+    ZENNO::InfFile tree = tree_;
     // A section without an entry that has a value would be lost on reading.
-    tree_.set("version", 1);
+    tree.set("version", 1);
     for (const ItemRow& row : itemTable()) {
         const auto value = values.find(row.key);
-        if (value != values.end()) tree_.set(row.key, textOf(row, value->second));
+        if (value != values.end()) tree.set(row.key, textOf(row, value->second));
     }
     std::string text;
-    tree_.toText(text);
+    tree.toText(text);
+    std::string failure = write(text);
+    if (failure.empty()) tree_ = tree;
+    return failure;
+}
+
+std::string StateFile::write(const std::string& text) const {
     const std::string draft = path_ + ".tmp";
-    std::ofstream file(draft, std::ios::binary | std::ios::trunc);
-    file << text;
-    file.close();
     std::error_code error;
-    if (!file) {
+    if (!isWritten(draft, text, writeThrough_)) {
         const std::string why = std::strerror(errno);
         fs::remove(draft, error);
         return "cannot write " + draft + ": " + why;

@@ -10,25 +10,32 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "base/InfFile.h"
 #include "target/Items.h"
+#include "target/WriteThrough.h"
 
 namespace velmora_target {
 
 class StateFile {
 public:
-    explicit StateFile(std::string path) : path_(std::move(path)) {}
+    explicit StateFile(std::string path, WriteThrough writeThrough = flushed)
+        : path_(std::move(path)), writeThrough_(std::move(writeThrough)) {}
 
     // A text that says why not; empty when it was read, or is not there yet. A file that cannot be
     // read wholly is an error: whoever went on would overwrite it at the next commit.
     std::string load(KeptValues& values);
-    // The new file takes the old one's place when it is whole. As load.
+    // The new file takes the old one's place when it is whole and on the medium. As load; what
+    // could not be saved is not in the file of a later call either.
     std::string save(const KeptValues& values);
 
 private:
+    std::string write(const std::string& text) const;
+
     std::string path_;
-    ZENNO::InfFile tree_{section};
+    WriteThrough writeThrough_;
+    ZENNO::InfFile tree_{section};  // what the file says
     static constexpr const char* section = "velmora-target";
 };
 

@@ -4,6 +4,7 @@
 
 #include "target/Discovery.h"
 #include "target/Messages.h"
+#include "target/Text.h"
 #include "wire/DiscoveryMessage.h"
 
 namespace velmora_target {
@@ -76,7 +77,7 @@ std::optional<ZENNO::Bytes> Target::answerControl(const Arrival& arrival, const 
         return log_.onRequest(arrival.from, packet.arg16(8) != 0);
     }
     if (packet.id() == HELLO_REQ::id && !packet.text().empty()) {
-        out.lines.push_back("asked for by " + std::string(packet.text()));
+        out.lines.push_back("asked for by " + shownText(packet.text()));
     }
     auto reply = transfers_.answer(arrival, packet, out);
     if (!reply) reply = items_.answer(packet, arrival.now, out);

@@ -1,5 +1,7 @@
 #include "apps/velmora-target/Options.h"
 
+#include <cmath>
+
 #include "apps/velmora-target/RawOptions.h"
 
 namespace velmora_target {
@@ -37,9 +39,18 @@ Exit codes:
   0  ended as asked: --once, --seconds, or interrupted
   2  wrong arguments, or a --state that cannot be read
   3  the network: no such interface, port taken, socket failed
-  4  the output or the inbox cannot be written
+  4  the output cannot be written, or there is no such folder
   5  --once and --seconds: nobody connected in time
   6  --once: the stream ended since its host fell silent)";
+
+// Bounds do not keep out what compares with nothing.
+const CLI::Validator isFinite(
+    [](std::string& text) {
+        double number = 0;
+        const bool good = CLI::detail::lexical_cast(text, number) && std::isfinite(number);
+        return good ? std::string() : text + " is no number";
+    },
+    "");
 
 }  // namespace
 
@@ -129,10 +140,12 @@ CommandLine readCommandLine(int count, char** values) {
     app.add_option("--dsd-msb-mask", raw.dsdMsbMask, "the same")->type_name("WORD")->group(format);
 
     app.add_option("--latency", raw.latency, "granted to a host without a wish, in steps of 100")
+        ->check(isFinite)
         ->type_name("MICROS")
         ->capture_default_str()
         ->group(stream);
     app.add_option("--hw-latency", raw.hwLatency, "told to hosts, in steps of 100")
+        ->check(isFinite)
         ->type_name("MICROS")
         ->capture_default_str()
         ->group(stream);
@@ -154,10 +167,12 @@ CommandLine readCommandLine(int count, char** values) {
         ->group(stream);
     app.add_option("--buffer", raw.bufferMs, "fill to aim at; the latency granted")
         ->check(CLI::Range(0.1, 60000.0))
+        ->check(isFinite)
         ->type_name("MS")
         ->group(stream);
     app.add_option("--clock-ppm", target.clockPpm, "own clock against nominal")
         ->check(CLI::Range(-50000.0, 50000.0))
+        ->check(isFinite)
         ->type_name("PPM")
         ->group(stream);
     app.add_option("--feedback", target.feedbackEncoding, "encoding")
@@ -197,6 +212,7 @@ CommandLine readCommandLine(int count, char** values) {
 
     app.add_option("--drop", target.dropPercent, "loses so many of the audio packets that come")
         ->check(CLI::Range(0.0, 100.0))
+        ->check(isFinite)
         ->type_name("PERCENT")
         ->group(faults);
     app.add_option("--lose", raw.lost,
@@ -229,6 +245,7 @@ CommandLine readCommandLine(int count, char** values) {
     app.add_flag("--once", options.once, "exits after the first stream")->group(program);
     app.add_option("--seconds", options.seconds, "exits after so long")
         ->check(CLI::Range(0.0, 1e9))
+        ->check(isFinite)
         ->type_name("N")
         ->group(program);
     app.add_flag("--json", options.json, "one object a line")->group(program);

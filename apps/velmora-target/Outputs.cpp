@@ -10,25 +10,34 @@ namespace velmora_target {
 
 namespace {
 
+// Streams that have a file, by output and sink. Hosts name outputs; a name that never became a file
+// is not remembered.
+using Written = std::map<std::pair<std::string, std::uint16_t>, int>;
+
 // A file that gets its name when a stream opens it: with a number from the second one on, so that
 // no stream overwrites another's.
 class NumberedFile final : public AudioOutput {
 public:
-    NumberedFile(std::filesystem::path path, std::uint16_t sinkNo, std::shared_ptr<int> written,
-                 bool mayReplace)
-        : extension_(path.extension()),
-          stem_(path.replace_extension().string() +
-                (sinkNo > 1 ? "-sink" + std::to_string(sinkNo) : std::string())),
-          written_(std::move(written)),
-          mayReplace_(mayReplace) {}
+    NumberedFile(const Written::key_type& key, std::shared_ptr<Written> written, bool mayReplace)
+        : key_(key), written_(std::move(written)), mayReplace_(mayReplace) {
+        std::filesystem::path path(key.first);
+        extension_ = path.extension();
+        stem_ = path.replace_extension().string();
+        if (key.second > 1) stem_ += "-sink" + std::to_string(key.second);
+    }
 
     std::string open(VELMORA::SinkConfig format) override {
         const bool isDsf = extension_.empty() ? format.isDsd() : extension_ == ".dsf";
         const char* extension = isDsf ? ".dsf" : ".wav";
-        while (!mayReplace_ && std::filesystem::exists(stem() + extension)) ++*written_;
-        file_ = isDsf ? dsfOutput(stem() + extension) : wavOutput(stem() + extension);
+        const auto known = written_->find(key_);
+        int before = known == written_->end() ? 0 : known->second;
+        std::error_code error;
+        while (!mayReplace_ && std::filesystem::exists(nameAt(before) + extension, error)) ++before;
+        const std::string name = nameAt(before) + extension;
+        if (error) return "cannot write " + name + ": " + error.message();
+        file_ = isDsf ? dsfOutput(name) : wavOutput(name);
         const std::string failure = file_->open(format);
-        if (failure.empty()) ++*written_;
+        if (failure.empty()) (*written_)[key_] = before + 1;
         return failure;
     }
     bool write(VELMORA::wire::ConstBytes frames) override { return file_->write(frames); }
@@ -36,14 +45,15 @@ public:
     std::string where() const override { return file_ ? file_->where() : std::string(); }
 
 private:
-    std::string stem() const {
-        return *written_ == 0 ? stem_ : stem_ + "-" + std::to_string(*written_ + 1);
+    std::string nameAt(int before) const {
+        return before == 0 ? stem_ : stem_ + "-" + std::to_string(before + 1);
     }
 
+    Written::key_type key_;
+    std::shared_ptr<Written> written_;
+    bool mayReplace_;
     std::filesystem::path extension_;
     std::string stem_;
-    std::shared_ptr<int> written_;  // streams of this sink that have a file
-    bool mayReplace_;
     std::unique_ptr<AudioOutput> file_;
 };
 
@@ -65,16 +75,13 @@ std::string objectionTo(const std::string& output) {
 }
 
 MakeOutput outputMaker(const std::string& own) {
-    using Written = std::map<std::pair<std::string, std::uint16_t>, std::shared_ptr<int>>;
-    return
-        [own, written = Written()](const std::string& output,
-                                   std::uint16_t sinkNo) mutable -> std::unique_ptr<AudioOutput> {
-            if (output == "none") return std::make_unique<NoOutput>();
-            if (output.starts_with(alsaPrefix)) return alsaOutput(output.substr(alsaPrefix.size()));
-            std::shared_ptr<int>& count = written[{output, sinkNo}];
-            if (!count) count = std::make_shared<int>(0);
-            return std::make_unique<NumberedFile>(output, sinkNo, count, output == own);
-        };
+    return [own, written = std::make_shared<Written>()](
+               const std::string& output, std::uint16_t sinkNo) -> std::unique_ptr<AudioOutput> {
+        if (output == "none") return std::make_unique<NoOutput>();
+        if (output.starts_with(alsaPrefix)) return alsaOutput(output.substr(alsaPrefix.size()));
+        return std::make_unique<NumberedFile>(Written::key_type{output, sinkNo}, written,
+                                              output == own);
+    };
 }
 
 }  // namespace velmora_target

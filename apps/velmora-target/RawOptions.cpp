@@ -213,6 +213,7 @@ void finish(const CLI::App& app, const RawOptions& raw, Options& options) {
         const std::filesystem::path folder = std::filesystem::path(target.output).parent_path();
         if (!folder.empty()) target.outputFolder = folder.string();
     }
+    if (target.outputFolder.empty()) target.outputFolder = ".";
     for (const std::string& entry : raw.transferChannels) {
         target.channels.push_back(channelOf(entry));
     }

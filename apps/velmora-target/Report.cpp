@@ -71,9 +71,11 @@ Json objectOf(const char* type, double seconds) {
     return {{"type", type}, {"time", seconds}};
 }
 
-// Names come from the network as bytes of any kind.
+// ASCII alone: names are anybody's, and readers of the lines may take some characters of Unicode
+// for the end of one.
 void print(const Json& object) {
-    std::cout << object.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    std::cout << object.dump(-1, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace)
+              << std::endl;
 }
 
 void printSummary(const Figures& f) {

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 
+#include "apps/velmora-target/Medium.h"
 #include "apps/velmora-target/Options.h"
 #include "apps/velmora-target/Outputs.h"
 #include "apps/velmora-target/Ports.h"
@@ -146,6 +148,15 @@ bool isFolder(const std::string& path) {
     return std::filesystem::is_directory(path, ignored);
 }
 
+void catchSignals() {
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
+    // Whoever started us to outlast the terminal has it ignored already.
+    if (std::signal(SIGHUP, onSignal) == SIG_IGN) std::signal(SIGHUP, SIG_IGN);
+    // A reader of the output that went away ends no stream.
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
 int complain(const std::string& what, int exitCode) {
     std::cerr << "velmora-target: " << what << '\n';
     return exitCode;
@@ -160,20 +171,20 @@ int runWith(const Options& options) {
         }
     }
     Storage storage;
-    StateFile state(options.state);
+    StateFile state(options.state, writeThrough);
     if (!options.state.empty()) {
         const std::string failure = state.load(storage.kept);
         if (!failure.empty()) {
-            const bool isThere = std::filesystem::exists(options.state);
+            std::error_code ignored;
+            const bool isThere = std::filesystem::exists(options.state, ignored);
             return complain(
                 failure + (isThere ? ". Mend it, or remove it to start with the options" : ""),
                 exitUsage);
         }
         storage.keep = [&state](const KeptValues& values) { return state.save(values); };
     }
-    if (!options.inbox.empty()) storage.makeInboxItem = inboxFolder(options.inbox);
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
+    if (!options.inbox.empty()) storage.makeInboxItem = inboxFolder(options.inbox, writeThrough);
+    catchSignals();
     return Program(options, std::move(storage)).run();
 }
 
@@ -184,5 +195,12 @@ int runWith(const Options& options) {
 int main(int count, char** values) {
     using namespace velmora_target;
     const CommandLine line = readCommandLine(count, values);
-    return line.options ? runWith(*line.options) : line.exitCode;
+    if (!line.options) return line.exitCode;
+    // What files may do is told by those who use them; this is for what nobody thought of. Streams
+    // have ended by here, and what they wrote is closed.
+    try {
+        return runWith(*line.options);
+    } catch (const std::exception& error) {
+        return complain(error.what(), exitOutput);
+    }
 }

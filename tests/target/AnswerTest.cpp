@@ -215,6 +215,12 @@ TEST(LogChannel, TellsWhoAskedAndNobodyElse) {
     EXPECT_EQ(world.mail.lines, std::vector<std::string>{"asked for by a"});
 }
 
+TEST(LogChannel, ShowsNamesWithoutTheirControlCharacters) {
+    TargetWorld world;
+    world.ask(hex("6400 1900 1600 0100 0000 0000 0000 0000 1b5b324a0a80ff 00"), controlPort);
+    EXPECT_EQ(world.mail.lines, std::vector<std::string>{R"(asked for by \x1b[2J\x0a\x80\xff)"});
+}
+
 TEST(LogChannel, EndsForAReaderThatWantsNoMore) {
     TargetWorld world;
     world.ask(hex("6400 1000 2800 0000 0100 0000 0000 0000"), controlPort);

@@ -1,6 +1,8 @@
 // An inbox that is a folder.
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -76,6 +78,41 @@ TEST_F(Inbox, TakesTheNextNameWhenAnotherTargetWasQuicker) {
     EXPECT_EQ(names(), (Names{"channel-0-1.bin", "channel-0-2.bin"}));
     EXPECT_EQ(contents("channel-0-1.bin"), "quick");
     EXPECT_EQ(contents("channel-0-2.bin"), "late");
+}
+
+TEST_F(Inbox, GivesNoNumberTwiceThoughFilesAreTakenAway) {
+    const auto put = [this](std::uint16_t channel) { EXPECT_EQ(make(channel)->finish(), ""); };
+    put(0);
+    put(0);
+    fs::remove(folder.native() / "channel-0-1.bin");
+    fs::remove(folder.native() / "channel-0-2.bin");
+    put(0);
+    put(1);
+    EXPECT_EQ(names(), (Names{"channel-0-3.bin", "channel-1-1.bin"})) << "each channel by itself";
+    make(0)->append(bytes("x"));
+    put(0);
+    EXPECT_TRUE(names().contains("channel-0-4.bin")) << "what was discarded had no number yet";
+}
+
+TEST_F(Inbox, GivesANameOnceAllOfItIsOnTheMedium) {
+    bool works = false;
+    const auto through = velmora_target::inboxFolder(folder.native().string(), [&](std::FILE* f) {
+        EXPECT_EQ(std::ftell(f), 3);
+        EXPECT_EQ(names(), Names{"channel-0-1.bin.part"});
+        errno = EIO;
+        return works;
+    });
+    auto item = through(0);
+    item->append(bytes("abc"));
+    EXPECT_EQ(item->finish(), "cannot write " +
+                                  (folder.native() / "channel-0-1.bin.part").string() +
+                                  ": Input/output error");
+    EXPECT_EQ(names(), Names{});
+    works = true;
+    item = through(0);
+    item->append(bytes("abc"));
+    EXPECT_EQ(item->finish(), "");
+    EXPECT_EQ(names(), Names{"channel-0-1.bin"});
 }
 
 TEST_F(Inbox, KeepsNothingOfWhatIsNotFinished) {

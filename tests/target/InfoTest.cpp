@@ -100,4 +100,53 @@ TEST(Text, IsPlainWhenItIsUtf8WithoutControls) {
     }
 }
 
+TEST(Text, IsShownWithoutWhatATerminalOrAReaderCouldMistake) {
+    struct Case {
+        const char* why;
+        std::string text;
+        const char* shown;
+    };
+    const Case cases[] = {
+        {"nothing", "", ""},
+        {"a name", "Fran\xc3\xa7oise \xe2\x82\xac \xf0\x9f\x8e\xb5",
+         "Fran\xc3\xa7oise \xe2\x82\xac \xf0\x9f\x8e\xb5"},
+        {"a line feed", "a\nb", "a\\x0ab"},
+        {"NUL", std::string("a\0b", 3), "a\\x00b"},
+        {"escape", "\x1b[2J", "\\x1b[2J"},
+        {"the last of ASCII's controls", "\x1f ", "\\x1f "},
+        {"delete", "~\x7f", "~\\x7f"},
+        {"the first control in two bytes", "\xc2\x80", "\\u{80}"},
+        {"the last", "\xc2\x9f\xc2\xa0", "\\u{9f}\xc2\xa0"},
+        {"a mark of direction", "\xd8\x9b\xd8\x9c\xd8\x9d", "\xd8\x9b\\u{61c}\xd8\x9d"},
+        {"two more, and the joiner before them", "\xe2\x80\x8d\xe2\x80\x8e\xe2\x80\x8f",
+         "\xe2\x80\x8d\\u{200e}\\u{200f}"},
+        {"separators, and what stands around", "\xe2\x80\xa7\xe2\x80\xa8\xe2\x80\xa9",
+         "\xe2\x80\xa7\\u{2028}\\u{2029}"},
+        {"embeddings", "\xe2\x80\xaa\xe2\x80\xae\xe2\x80\xaf", "\\u{202a}\\u{202e}\xe2\x80\xaf"},
+        {"isolates", "\xe2\x81\xa5\xe2\x81\xa6\xe2\x81\xa9\xe2\x81\xaa",
+         "\xe2\x81\xa5\\u{2066}\\u{2069}\xe2\x81\xaa"},
+        {"Latin-1", "caf\xe9", "caf\\xe9"},
+        {"cut off at the end", "\xe2\x82", "\\xe2\\x82"},
+        {"cut off by another", "\xe2\x82\x41", "\\xe2\\x82\x41"},
+        {"escape written too long", "\xc0\x9b", "\\xc0\\x9b"},
+        {"half of a surrogate pair", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
+        {"above the last code point", "\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.why);
+        EXPECT_EQ(velmora_target::shownText(c.text), c.shown);
+    }
+}
+
+TEST(Text, IsShownUpTo128BytesAndNoCharacterInPart) {
+    using velmora_target::shownText;
+    const auto filled = [](std::size_t bytes) { return std::string(bytes, 'x'); };
+    EXPECT_EQ(shownText(filled(128)), filled(128));
+    EXPECT_EQ(shownText(filled(129)), filled(128) + "...");
+    EXPECT_EQ(shownText(filled(124) + '\n'), filled(124) + "\\x0a");
+    EXPECT_EQ(shownText(filled(125) + "\ny"), filled(125) + "...");
+    EXPECT_EQ(shownText(filled(126) + "\xe2\x82\xac"), filled(126) + "...");
+    EXPECT_EQ(shownText(std::string(1400, '\x1b')).size(), 131u);
+}
+
 }  // namespace

@@ -1,6 +1,7 @@
 // The settings that a target shows to hosts: what it tells of them, what it takes, what they do.
 #include <gtest/gtest.h>
 
+#include "target/OutputChoice.h"
 #include "tests/target/TargetWorld.h"
 
 namespace {
@@ -165,6 +166,8 @@ TEST_F(Items, TakeOnlyWhatIsSound) {
         {"the folder above", itemOutput, 1, "..", false},
         {"a hidden file", itemOutput, 1, ".b.wav", false},
         {"another system's folder", itemOutput, 1, "x\\b.wav", false},
+        {"a device for a file", itemOutput, 4, "alsa:file", false},
+        {"a stream of a file, on another system", itemOutput, 2, "b:c", false},
         {"an extension where the format gives it", itemOutput, 4, "b.sh", false},
         {"a name where the format gives the extension", itemOutput, 4, "b", true},
         {"a name of 129 bytes", itemOutput, 1, std::string(129, 'x'), false},
@@ -216,17 +219,59 @@ TEST_F(Items, HoldWhatIsWrittenUntilTheCommit) {
 
 TEST_F(Items, AreKeptByACommitThatKeeps) {
     put(itemBuffer, 20);
-    commit();
+    EXPECT_TRUE(keep());
+    EXPECT_EQ(state, (KeptValues{{"buffer", {20, {}}}})) << "the command line's stays its own";
     put(itemName, 0, "Kitchen");
     EXPECT_TRUE(keep());
     EXPECT_EQ(world.mail.lines, Lines{"Name is now \"Kitchen\", kept"});
     EXPECT_EQ(state, (KeptValues{{"name", {0, "Kitchen"}}, {"buffer", {20, {}}}}))
-        << "all that is in force by a host's wish; the command line's stays its own";
+        << "beside what is kept already";
     EXPECT_EQ(exchange(itemName, 2).text, "Kitchen");
     EXPECT_EQ(exchange(itemBuffer, 2).current, 20);
-    EXPECT_TRUE(keep()) << "with nothing written as well";
     EXPECT_EQ(saves, 2);
+}
+
+TEST_F(Items, ThatWereCommittedWithoutKeepingAreLostAtTheNextStart) {
+    put(itemBuffer, 20);
+    put(itemTrim, 5);
+    EXPECT_TRUE(commit());
+    put(itemName, 0, "Kitchen");
+    EXPECT_TRUE(keep());
+    EXPECT_EQ(state, (KeptValues{{"name", {0, "Kitchen"}}})) << "what this commit wrote alone";
+    EXPECT_EQ(world.target.settings().bufferMicros, 20'000u) << "in force as before";
+    EXPECT_EQ(exchange(itemBuffer, 2).current, 0) << "and not kept";
+    put(itemBuffer, 20);
+    EXPECT_TRUE(keep());
+    EXPECT_EQ(state, (KeptValues{{"name", {0, "Kitchen"}}, {"buffer", {20, {}}}}))
+        << "written again, and kept now";
+    EXPECT_EQ(exchange(itemBuffer, 2).current, 20);
+
+    put(itemName, 0, "Hall");
+    EXPECT_TRUE(commit());
+    put(itemPhase, 1);
+    EXPECT_TRUE(keep());
+    EXPECT_EQ(state.at("name").text, "Kitchen") << "what was kept stays, whatever is in force";
+    EXPECT_EQ(world.target.settings().name, "Hall");
+}
+
+TEST_F(Items, AreNotSavedAgainWhenTheyAreKeptAlready) {
+    EXPECT_TRUE(keep()) << "nothing written, nothing kept";
+    EXPECT_EQ(saves, 0);
+    put(itemBuffer, 20);
+    EXPECT_TRUE(keep());
+    EXPECT_EQ(saves, 1);
+    failure = "no room left";
+    EXPECT_TRUE(keep()) << "nothing written";
+    put(itemBuffer, 20);
+    EXPECT_TRUE(keep()) << "what is kept, once more";
+    EXPECT_EQ(saves, 1);
     EXPECT_EQ(world.mail.lines, Lines{});
+    put(itemBuffer, 30);
+    EXPECT_TRUE(commit());
+    put(itemBuffer, 20);
+    EXPECT_TRUE(keep()) << "back to what is kept";
+    EXPECT_EQ(saves, 1);
+    EXPECT_EQ(world.target.settings().bufferMicros, 20'000u);
 }
 
 TEST_F(Items, ChangeNothingWhenTheyCannotBeKept) {
@@ -370,6 +415,21 @@ TEST_F(Items, PutAnOutputIntoItsFolderAndForm) {
         EXPECT_EQ(shown.second, c.kind) << "what a host shows where the text is empty";
         EXPECT_EQ(shown.text, c.name);
     }
+}
+
+TEST(OutputText, NamesAFileWhereThereIsNoFolder) {
+    using velmora_target::outputText;
+    EXPECT_EQ(outputText({4, "none"}, ""), "./none");
+    EXPECT_EQ(outputText({1, "b"}, ""), "./b.wav");
+    EXPECT_EQ(outputText({0, ""}, ""), "none");
+}
+
+TEST_F(Items, DoNotTakeWhatTurnsALineRound) {
+    put(itemName, 0,
+        "a\xe2\x80\xae"
+        "b");
+    commit();
+    EXPECT_EQ(world.mail.lines, Lines{});
 }
 
 TEST_F(Items, OfNoAnswerNorRequestBreakNothing) {

@@ -1,6 +1,8 @@
 // What a target keeps: one small file, whole or not at all.
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -126,6 +128,36 @@ TEST_F(State, ThatCannotBeWrittenLeavesTheOldOneAndNoDraft) {
     const std::string full = (folder.native() / "full").string();
     EXPECT_EQ(StateFile(full).save({}).find("cannot write " + full + ": "), 0u);
     EXPECT_FALSE(std::filesystem::exists(full + ".tmp"));
+}
+
+TEST_F(State, ThatCouldNotBeWrittenIsNotWrittenLater) {
+    StateFile file(path);
+    EXPECT_EQ(file.save({{"buffer", {20, {}}}}), "");
+    const std::string before = contents();
+    std::filesystem::create_directory(path + ".tmp");
+    EXPECT_NE(file.save({{"buffer", {20, {}}}, {"name", {0, "Kitchen"}}}), "");
+    std::filesystem::remove(path + ".tmp");
+    EXPECT_EQ(file.save({{"buffer", {20, {}}}}), "");
+    EXPECT_EQ(contents(), before) << "without the name that its host was told is not kept";
+}
+
+TEST_F(State, TakesTheOldOnesPlaceOnceItIsOnTheMedium) {
+    EXPECT_EQ(StateFile(path).save({{"buffer", {20, {}}}}), "");
+    const std::string before = contents();
+    bool works = false;
+    StateFile file(path, [&](std::FILE* draft) {
+        EXPECT_GT(std::ftell(draft), 0) << "all of it is there";
+        EXPECT_EQ(contents(), before);
+        errno = EIO;
+        return works;
+    });
+    EXPECT_EQ(file.save({{"buffer", {30, {}}}}),
+              "cannot write " + path + ".tmp: Input/output error");
+    EXPECT_EQ(contents(), before);
+    EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
+    works = true;
+    EXPECT_EQ(file.save({{"buffer", {30, {}}}}), "");
+    EXPECT_NE(contents(), before);
 }
 
 TEST_F(State, HasNoRoomOnAFullDisk) {

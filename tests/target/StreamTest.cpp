@@ -275,6 +275,15 @@ TEST(Connect, IsRefusedWhereTheOutputCannotTakeTheFormat) {
     EXPECT_NE(world.mail.lines[0].find("no room"), std::string::npos);
 }
 
+TEST(Connect, ShowsItsHostsNameWithoutControlCharacters) {
+    TargetWorld world;
+    world.ask(hex("6400 1800 1800 0100 0000 0000 0000 0000 661b5b324ae280ae"), sinkPort);
+    ASSERT_TRUE(world.connect());
+    EXPECT_EQ(world.figures().hostName, R"(f\x1b[2J\u{202e})");
+    ASSERT_EQ(world.mail.lines.size(), 1u);
+    EXPECT_NE(world.mail.lines[0].find(R"((f\x1b[2J\u{202e}):)"), std::string::npos);
+}
+
 TEST(Connect, KnowsTheNameAndTheLatencyOfItsHost) {
     TargetWorld world;
     world.ask(hex("6400 1000 1200 0000 0201 3200 0c00 0000"), sinkPort);  // 5 ms
