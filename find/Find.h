@@ -70,8 +70,9 @@ public:
     // ---- the watch: a thread that keeps the target table up to date. After openWatch ----
     // One that still runs is ended first. std::system_error where no thread can be made.
     void startWatch();
-    // At once. The thread sees it within a second while it listens; not before the end of its first
-    // search (two minutes at most), nor while it asks for targets that do not answer (300 ms each).
+    // At once. The thread sees it within a second while it listens and nothing comes; not before
+    // the end of its first search (two minutes at most), nor while it asks targets, about a minute
+    // at most for each step of a pass. close() ends it sooner.
     void stopWatch();
     void joinWatch();         // waits until the thread has ended; the owner's thread alone
     bool isWatching() const;  // false too when the socket failed: the table can still be read

@@ -58,9 +58,8 @@ bool Find::findMulti(FoundMap& found, std::uint8_t mode) {
     }
     const TimeLimit limit(environment_.clock(), greetingLimit);
     for (const auto& [sender, datagram] : acks) {
-        if (limit.passed()) break;
         // Ahead of the filter: a target that is refused has been greeted all the same.
-        if (!hello(sender)) return false;
+        if (!limit.passed() && !hello(sender)) return false;
         const auto answer = wire::readPacket(datagram);
         const std::uint64_t product = filterProduct(answer->arg64());
         if (product == refusedProduct) continue;

@@ -1,6 +1,7 @@
 #include "find/Watch.h"
 
 #include <algorithm>
+#include <exception>
 #include <string_view>
 
 #include "base/LogLine.h"
@@ -19,9 +20,11 @@ constexpr std::uint32_t listenWait = 1'000'000;      // µs; so often a stop is 
 constexpr std::uint32_t quietLimit = 30'000'000;  // µs to the first check, and to a target's ping
 constexpr std::uint32_t passLimit = 120'000'000;  // µs of listening
 constexpr int pingTries = 3;
-constexpr std::uint8_t findMode = 1;         // in the multicast FIND_REQ: the watch asks
-constexpr std::size_t longestInLog = 300;    // bytes of a datagram that is logged whole
-constexpr std::uint32_t scopeBits = 0xffff;  // of a sender's scope that are looked at
+// What forged senders could make of a step: past it the rest waits for the next pass.
+constexpr std::uint32_t stepLimit = 60'000'000;  // µs
+constexpr std::uint8_t findMode = 1;             // in the multicast FIND_REQ: the watch asks
+constexpr std::size_t longestInLog = 300;        // bytes of a datagram that is logged whole
+constexpr std::uint32_t scopeBits = 0xffff;      // of a sender's scope that are looked at
 
 std::string hexText(const Bytes& bytes) {
     constexpr std::string_view digits = "0123456789abcdef";
@@ -62,6 +65,8 @@ bool Watch::ask(FoundMap& answers) {
 bool Watch::askUntilSomebodyAnswers(FoundMap& answers) {
     const TimeLimit limit(find_.environment_.clock(), startupLimit);
     while (!limit.passed()) {
+        // Without an interface nothing else would tell that the socket has gone.
+        if (!find_.socket_->isOpen()) return false;
         if (!find_.findMulti(answers, findMode)) return false;
         if (!answers.empty()) {
             // Once more, for those that were a little slower.
@@ -77,7 +82,9 @@ bool Watch::askUntilSomebodyAnswers(FoundMap& answers) {
 
 // Who was there and has not answered: gone, or did the multicast get lost?
 void Watch::compare(const FoundMap& answers) {
+    const TimeLimit limit(find_.environment_.clock(), stepLimit);
     for (const IPAddress& address : known_) {
+        if (limit.passed()) return;
         if (answers.contains(address) || isAlive(address, "retry 1", "lost 1")) continue;
         find_.removeTarget(address);
     }
@@ -97,8 +104,10 @@ bool Watch::isAlive(const IPAddress& address, const char* retry, const char* los
 }
 
 bool Watch::update(const FoundMap& answers) {
+    const TimeLimit limit(find_.environment_.clock(), stepLimit);
     known_.clear();
     for (const auto& [address, target] : answers) {
+        if (limit.passed()) break;
         if (!find_.addTarget(address, target.product, target.name)) return false;
         known_.insert(address);
     }
@@ -195,9 +204,10 @@ bool Watch::onNotify(Heard& heard, const IPAddress& sender, std::uint16_t word) 
 // Whether anybody of `heard` is alive. Who was lost is asked again each time, until the pass ends.
 bool Watch::pingTheOld(Heard& heard) {
     ZENNO::Clock& clock = find_.environment_.clock();
+    const TimeLimit limit(clock, stepLimit);
     bool anyAlive = false;
     for (auto& [address, entry] : heard) {
-        if (limitPassed(quietLimit, clock.now() - entry.time)) {
+        if (limitPassed(quietLimit, clock.now() - entry.time) && !limit.passed()) {
             if (isAlive(address, "retry 2", "lost 2")) {
                 entry.time = clock.now();
             } else {
@@ -219,7 +229,11 @@ void Find::startWatch() {
     running_.store(true, std::memory_order_release);
     try {
         watch_ = std::thread([this] {
-            watchTargets();
+            try {
+                watchTargets();
+            } catch (const std::exception&) {
+                // No memory: it ends as it does where a socket fails.
+            }
             running_.store(false, std::memory_order_release);
         });
     } catch (...) {

@@ -87,7 +87,7 @@ TEST_F(TransferAwait, TellsTheLossBeforeTheResend) {
     EXPECT_EQ(lines[2], "resend 8");
     for (std::size_t i = 3; i < 6; ++i) {
         const std::string seq = std::to_string(i + 2);
-        const auto& packet = round(1).at(i - 3);
+        const TransferPacket packet = round(1).at(i - 3);
         EXPECT_EQ(lines[i], "resend 0 " + seq + " " + seq +
                                 " data=256 packet=" + std::to_string(packet.datagram.size()));
     }
