@@ -24,14 +24,14 @@ void SyncBuffer::wakeBufferWorker() {
     spaceReady.notify_all();
 }
 
-// How long a full ring may be left alone. Who takes a block wakes us; were that missed, the next
-// one to be taken would, long before the ring is empty.
+// How long a full ring may be left alone. Who takes a block wakes us, without the mutex; were that
+// missed, this is what it costs, a small part of what the ring holds besides.
 std::uint32_t SyncBuffer::patienceMillis() const noexcept {
     const std::uint64_t bytesPerSecond = underrunBytes() * 100;
     if (bytesPerSecond == 0 || ring.size() < 3) return 1;
     const std::uint64_t spare = (ring.size() - 2) * blockBytes;
     return static_cast<std::uint32_t>(
-        std::clamp<std::uint64_t>(spare * 1000 / bytesPerSecond / 2, 1, 10));
+        std::clamp<std::uint64_t>(spare * 1000 / bytesPerSecond / 4, 1, 5));
 }
 
 void SyncBuffer::fillStream(Bytes&, bool) {}
@@ -43,10 +43,19 @@ std::uint64_t SyncBuffer::waitFreeSlot(bool& aborted) {
     const auto isFree = [&] { return after != readSlot.load(std::memory_order_acquire); };
     if (isFree()) return slot;
     const std::uint32_t patience = patienceMillis();
+    const auto isOver = [&] {
+        return !is_connect() || preDisconnect.load(std::memory_order_acquire) ||
+               stopRequested.load(std::memory_order_acquire);
+    };
     for (;;) {
-        waitForSpace(patience);
-        if (!is_connect() || preDisconnect.load(std::memory_order_acquire) ||
-            stopRequested.load(std::memory_order_acquire)) {
+        {
+            // Asked under the mutex: what a control thread says is not missed on the way.
+            std::unique_lock lock(spaceMutex);
+            if (!isOver() && !isFree()) {
+                spaceReady.wait_for(lock, std::chrono::milliseconds(patience));
+            }
+        }
+        if (isOver()) {
             aborted = true;
             return slot;
         }

@@ -187,7 +187,9 @@ int StreamWorker::waitForDeadline(std::uint32_t remaining) {
     const std::uint32_t asleep = waiting_.waitFor(remaining);
     int result = link_.waitReadable(asleep);
     now_ = clock_.now();
-    while (asleep != remaining && result == ZENNO::waitTimedOut && !pace_.isDue(now_)) {
+    // The last condition ends it where the clock steps back.
+    while (asleep != remaining && result == ZENNO::waitTimedOut && !pace_.isDue(now_) &&
+           pace_.remaining(now_) <= remaining) {
         result = link_.poll();
         now_ = clock_.now();
     }

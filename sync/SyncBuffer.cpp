@@ -183,7 +183,7 @@ void SyncBuffer::play() {
     LogLine(6) << "SyncBuffer::play";
     clearStopFlags();
     Sync::play();
-    spaceReady.notify_all();
+    wakeBufferWorker();
 }
 
 void SyncBuffer::stop() {

@@ -102,7 +102,7 @@ private:
     void advanceWriteSlot() noexcept;
     void waitForSpace(std::uint32_t millis);
     std::uint32_t patienceMillis() const noexcept;
-    void wakeBufferWorker();  // a control thread's: none of its wake-ups is missed
+    void wakeBufferWorker();  // a control thread's; no wait for a slot misses it
     void runBufferWorker();
     void endStream();  // the stream worker has ended when it returns
 
