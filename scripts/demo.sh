@@ -102,7 +102,7 @@ demo() {
         say "through asio_korvente_x64.dll under Wine to a target in another network namespace, which it finds:"
         before_play=show_targets_under_wine
     fi
-    play_over_the_net $is_native "$work" "$file" "$written" --name "Velmora demo target" -- || {
+    play_over_the_net $is_native "$work" "$file" "$written" --name "Velmora demo target" --state "$work/target-state.inf" -- || {
         local code=$?
         cat "$work/player.log" >&2
         fail "The player ended with code $code; the target's words are in ${work#"$root"/}/target.log."
