@@ -74,7 +74,7 @@ public:
     bool receiveFrom(Bytes& data, IPAddress& from);
 
     std::uint64_t readerSize = 1500;  // bytes that a read into a vector takes at most
-    bool isBlocking() const noexcept { return blocking_; }
+    bool isBlocking() const noexcept { return blocking_.load(std::memory_order_relaxed); }
     // Of the last failed bind or send, by Windows' number.
     std::int32_t lastError() const noexcept { return lastError_.load(std::memory_order_relaxed); }
     std::uint32_t fixedScope() const noexcept { return fixedScope_; }  // fixed by bindV6, 0 if none
@@ -86,7 +86,8 @@ protected:
     bool sendAll(BufferCS_const data, bool retry, Once once) noexcept;
 
     IPAddress destination_{};
-    bool blocking_ = true;
+    // Written where the link is opened and by its one sender; a reader beside that one looks at it.
+    std::atomic<bool> blocking_{true};
     // Written by whichever thread's send failed last (the log's socket has many), read by anyone.
     std::atomic<std::int32_t> lastError_{0};
     std::uint32_t fixedScope_ = 0;
@@ -111,7 +112,7 @@ bool Link::sendAll(BufferCS_const data, bool retry, Once once) noexcept {
         } else if (!retry) {
             return false;
         }
-        if (!blocking_) {
+        if (!isBlocking()) {
             madeBlocking = true;
             setBlocking(true);
         }

@@ -198,7 +198,7 @@ bool Socket::setBlocking(bool on) {
     const Use use(*this);
     if (!use) return false;
     if (!net::blockingIsByCall() && !net::setSocketBlocking(use.handle(), on)) return false;
-    blocking_ = on;
+    blocking_.store(on, std::memory_order_relaxed);
     return true;
 }
 
@@ -246,7 +246,7 @@ std::int64_t Socket::sendOnce(BufferCS_const data, const IPAddress& to) noexcept
     const Use use(*this);
     std::int32_t error = 0;
     const std::int64_t sent = net::sendTo(use.handle(), net::familyV6, data.data, data.size,
-                                          endpointOf(to), error, blocking_);
+                                          endpointOf(to), error, isBlocking());
     if (sent < 0) lastError_.store(error, std::memory_order_relaxed);
     return sent;
 }
@@ -257,7 +257,7 @@ bool Socket::sendV4(BufferCS_const data, const IPAddress& to, bool retry) {
             const Use use(*this);
             std::int32_t error = 0;
             const std::int64_t sent = net::sendTo(use.handle(), net::familyV4, all.data, all.size,
-                                                  endpointOf(to), error, blocking_);
+                                                  endpointOf(to), error, isBlocking());
             if (sent < 0) lastError_.store(error, std::memory_order_relaxed);
             return sent;
         });
@@ -286,7 +286,7 @@ bool Socket::send(BufferCS_const data, std::uint64_t offset, std::uint64_t& posi
     offset = std::min(offset, data.size);
     std::int32_t error = 0;
     const std::int64_t sent =
-        net::sendOn(use.handle(), data.data + offset, data.size - offset, error, blocking_);
+        net::sendOn(use.handle(), data.data + offset, data.size - offset, error, isBlocking());
     if (sent < 0) {
         lastError_.store(error, std::memory_order_relaxed);
         return false;
@@ -301,7 +301,7 @@ bool Socket::receiveFrom(BufferCS buffer, std::uint64_t& length, IPAddress& from
     net::Endpoint endpoint;
     std::int32_t error = 0;
     const std::int64_t got =
-        net::receiveFrom(use.handle(), buffer.data, buffer.size, endpoint, error, blocking_);
+        net::receiveFrom(use.handle(), buffer.data, buffer.size, endpoint, error, isBlocking());
     if (got <= 0) return true;
     length = static_cast<std::uint64_t>(got);
     from = addressOf(endpoint);
@@ -321,7 +321,7 @@ bool Socket::receive(BufferCS buffer, std::uint64_t& length) {
     length = 0;
     std::int32_t error = 0;
     const std::int64_t got =
-        net::receiveOn(use.handle(), buffer.data, buffer.size, error, blocking_);
+        net::receiveOn(use.handle(), buffer.data, buffer.size, error, isBlocking());
     if (got < 0) return error == errorWouldBlock;
     length = static_cast<std::uint64_t>(got);
     return got > 0;
