@@ -136,6 +136,8 @@ TEST_F(BufferWorkerTest, FillsNothingWhileStoppedAndGoesOnAtPlay) {
     start(3);
     buffer.play();
     std::thread control([&] { buffer.stop(); });
+    // Before that the worker fills what is taken.
+    EXPECT_TRUE(eventually([&] { return buffer.stopRequested.load(); }));
     StreamRef view;
     while (!buffer.stopped.load()) ASSERT_TRUE(buffer.getNewStream(view));
     control.join();
