@@ -43,6 +43,7 @@ function(velmora_tests name)
     target_link_libraries(test_${name} PRIVATE velmora_${used})
   endforeach()
   target_link_libraries(test_${name} PRIVATE velmora_test_support GTest::gmock GTest::gtest GTest::gtest_main ${T_LIBRARIES})
+  target_precompile_headers(test_${name} REUSE_FROM velmora_test_support)
   gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}/"
                        PROPERTIES TIMEOUT 300 LABELS "${T_LABELS}")
 endfunction()

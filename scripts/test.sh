@@ -36,7 +36,7 @@ suite_format() {
 }
 
 suite_asan() {
-    build_preset asan
+    build_preset asan tests/all fuzz/all
     run_ctest asan asan -j 2
 }
 
