@@ -142,7 +142,6 @@ public:
 
 private:
     friend class Watch;
-    // One request of wire/, with the answer that it names.
     template <class Request>
     bool readText(const ZENNO::IPAddress& target, const Request& request, std::string& out);
     bool readItem(const ZENNO::IPAddress& target, std::uint16_t no, bool alternative,
@@ -150,6 +149,7 @@ private:
     bool readChoices(const ZENNO::IPAddress& target, std::uint16_t no, const TimeLimit& limit,
                      std::size_t& choices, SettingItem& item);
     void watchTargets();
+    // One request of wire/, with the answer that it names.
     template <class Request>
     int ask(const ZENNO::IPAddress& address, const Request& request, ZENNO::Bytes& answer) {
         return sendAck(address, write(request), Request::answer, answer);

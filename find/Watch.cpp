@@ -121,8 +121,8 @@ bool Watch::listen(const FoundMap& answers) {
     bool compared = false;    // `answers` with `heard`
     const std::uint32_t start = clock.now();
     while (mayGoOn()) {
-        Wait outcome = Wait::failed;
-        if (!receive(heard, outcome)) return false;
+        const Wait outcome = receive(heard);
+        if (outcome == Wait::failed) return false;
         if (outcome == Wait::dropped) continue;
         const std::uint32_t elapsed = clock.now() - start;
         if (!notifyMode) {
@@ -150,31 +150,27 @@ bool Watch::listen(const FoundMap& answers) {
     return true;
 }
 
-// One wait and what it brought. Behind a datagram that was dropped the time is not looked at.
-bool Watch::receive(Heard& heard, Wait& outcome) {
+// Behind a datagram that was dropped the time is not looked at.
+Watch::Wait Watch::receive(Heard& heard) {
     ZENNO::Link& socket = *find_.notifySocket_;
     const int ready = socket.waitReadable(listenWait);
-    if (ready == ZENNO::waitTimedOut) {
-        outcome = Wait::silent;
-        return true;
-    }
+    if (ready == ZENNO::waitTimedOut) return Wait::silent;
     Bytes datagram;
     IPAddress sender;
-    if (ready != ZENNO::waitReady || !socket.receiveFrom(datagram, sender)) return false;
+    if (ready != ZENNO::waitReady || !socket.receiveFrom(datagram, sender)) return Wait::failed;
     sender.scope &= scopeBits;
-    outcome = Wait::dropped;
-    if (datagram.empty()) return true;
+    if (datagram.empty()) return Wait::dropped;
     if (ZENNO::logLevelEnabled(7) && datagram.size() <= longestInLog) {
         LogLine(7) << sender.text() << " " << sender.scope << " " << hexText(datagram);
     }
-    if (!isOnWatchedInterface(sender)) return true;
+    if (!isOnWatchedInterface(sender)) return Wait::dropped;
     const auto packet = wire::readPacket(datagram);
     if (!packet) {
         LogLine(7) << "Receive Data Err:" << static_cast<std::int64_t>(datagram.size());
-        return true;
+        return Wait::dropped;
     }
-    outcome = Wait::taken;
-    return packet->id() != wire::NOTIFY::id || onNotify(heard, sender, packet->arg16(8));
+    const bool isNotify = packet->id() == wire::NOTIFY::id;
+    return !isNotify || onNotify(heard, sender, packet->arg16(8)) ? Wait::taken : Wait::failed;
 }
 
 bool Watch::isOnWatchedInterface(const IPAddress& sender) const {

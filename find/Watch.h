@@ -38,7 +38,7 @@ private:
         std::string name;
     };
     using Heard = std::map<ZENNO::IPAddress, HeardEntry>;
-    enum class Wait { failed, silent, dropped, taken };
+    enum class Wait { failed, silent, dropped, taken };  // what one wait brought
 
     bool pass();
     bool ask(FoundMap& answers);
@@ -46,7 +46,7 @@ private:
     void compare(const FoundMap& answers);
     bool update(const FoundMap& answers);
     bool listen(const FoundMap& answers);
-    bool receive(Heard& heard, Wait& outcome);
+    Wait receive(Heard& heard);
     bool isOnWatchedInterface(const ZENNO::IPAddress& sender) const;
     bool onNotify(Heard& heard, const ZENNO::IPAddress& sender, std::uint16_t word);
     bool pingTheOld(Heard& heard);
