@@ -85,27 +85,17 @@ private:
 // every stream, answers requests for feedback by `answers`, one after the other and again from the
 // first, and parts when asked.
 template <class S>
-struct Stage {
+struct Stage : Scene {
     Take& take;
     LogCapture log{take.logLevel};
-    FakeNetwork network;
     RecordedEnvironment environment{network};
-    FakeMachine machine;
-    ScriptedTarget target;
     Datagrams answers{feedbackSays(0)};
     std::size_t answered = 0;
     std::uint16_t newest = 0;  // number that the target has seen
-    IPAddress control = IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x77}, 5000, 3);
-    IPAddress stream = IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x77}, 6000, 3);
-    IPAddress stranger = IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x78}, 6000, 3);
-    std::uint64_t begin = 0;  // of the stream: the first turn
     S sync{environment};
 
     explicit Stage(Take& into, std::uint32_t threadMode = 1, std::uint32_t infoCycle = 5000)
         : take(into) {
-        for (const IPAddress& address : {control, stream, stranger}) {
-            network.attach(address, &target);
-        }
         sync.setMachine(machine);
         EXPECT_TRUE(sync.open(threadMode, infoCycle, 3, "host", 0x4554'4e45'5652'4f4b));
         sync.target = control;
@@ -120,32 +110,12 @@ struct Stage {
         connectPhase(0);
         settle();
     }
-    void connectPhase(std::uint16_t phase) {
-        target.on(8, datagram(9, static_cast<std::uint16_t>(phase | 1), {6000}));
-    }
-    // From now on times count from the stream that is opened next.
-    void settle() { begin = network.time.time() + 2 * network.delay; }
-
     void format(SinkConfig config) { sync.sinkConfig = sync.hostFormat = config; }
     void rows(std::initializer_list<VELMORA::TransferProfile> list) {
         sync.profileCount = 0;
         for (const VELMORA::TransferProfile& row : list) {
             sync.profiles[static_cast<std::size_t>(sync.profileCount++)] = row;
         }
-    }
-    void at(std::uint64_t sinceBegin, std::function<void()> what) {
-        network.time.at(begin + sinceBegin, std::move(what));
-    }
-    void say(std::uint64_t sinceBegin, Bytes data) { sayFrom(stream, sinceBegin, std::move(data)); }
-    void sayFrom(const IPAddress& from, std::uint64_t sinceBegin, Bytes data) {
-        at(sinceBegin - network.delay,
-           [this, from, data = std::move(data)] { network.send(from, hostAddress(), data); });
-    }
-    IPAddress hostAddress() const {
-        for (const Datagram& d : network.sent) {
-            if (d.toPeer) return d.from;
-        }
-        return {};
     }
     // The last `count` packets that the target has seen by then, please.
     void askAgain(std::uint64_t sinceBegin, unsigned count) {

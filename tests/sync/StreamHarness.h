@@ -138,20 +138,48 @@ public:
     Datagrams requests;
 };
 
-struct Session {
+// A machine, a target at two addresses and somebody else, on a network whose time is moved.
+struct Scene {
     FakeNetwork network;
     FakeMachine machine;
-    TestSync sync{network};
     ScriptedTarget target;
     IPAddress control = IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x77}, 5000, 3);
     IPAddress stream = IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x77}, 6000, 3);
     IPAddress stranger = IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x78}, 6000, 3);
     std::uint64_t begin = 0;  // of the stream: the first turn
 
+    Scene() {
+        for (const IPAddress& address : {control, stream, stranger}) {
+            network.attach(address, &target);
+        }
+    }
+    // The target takes the stream at its stream port, by `phase`.
+    void connectPhase(std::uint16_t phase) {
+        target.on(8, datagram(9, static_cast<std::uint16_t>(phase | 1), {6000}));
+    }
+    // From now on times count from the stream that is opened next.
+    void settle() { begin = network.time.time() + 2 * network.delay; }
+    void at(std::uint64_t sinceBegin, std::function<void()> what) {
+        network.time.at(begin + sinceBegin, std::move(what));
+    }
+    // The target speaks: it is at the host `sinceBegin` the first turn.
+    void say(std::uint64_t sinceBegin, Bytes data) { sayFrom(stream, sinceBegin, std::move(data)); }
+    void sayFrom(const IPAddress& from, std::uint64_t sinceBegin, Bytes data) {
+        at(sinceBegin - network.delay,
+           [this, from, data = std::move(data)] { network.send(from, hostAddress(), data); });
+    }
+    IPAddress hostAddress() const {
+        for (const Datagram& d : network.sent) {
+            if (d.toPeer) return d.from;
+        }
+        return {};
+    }
+};
+
+struct Session : Scene {
+    TestSync sync{network};
+
     explicit Session(std::uint32_t threadMode = 1, std::uint32_t infoCycle = 100000) {
-        network.attach(control, &target);
-        network.attach(stream, &target);
-        network.attach(stranger, &target);
         sync.setMachine(machine);
         EXPECT_TRUE(sync.open(threadMode, infoCycle, 3, "host", 0x4554'4e45'5652'4f4b));
         sync.target = control;
@@ -187,23 +215,8 @@ struct Session {
         sync.profiles[0] = row;
         sync.profileCount = 1;
         sync.state = Sync::Connecting;
-        target.on(8, datagram(9, static_cast<std::uint16_t>(phase | 1), {6000}));
-        begin = network.time.time() + 2 * network.delay;
-    }
-    void at(std::uint64_t sinceBegin, std::function<void()> what) {
-        network.time.at(begin + sinceBegin, std::move(what));
-    }
-    // The target speaks: it is at the host `sinceBegin` the first turn.
-    void say(std::uint64_t sinceBegin, Bytes data) { sayFrom(stream, sinceBegin, std::move(data)); }
-    void sayFrom(const IPAddress& from, std::uint64_t sinceBegin, Bytes data) {
-        at(sinceBegin - network.delay,
-           [this, from, data = std::move(data)] { network.send(from, hostAddress(), data); });
-    }
-    IPAddress hostAddress() const {
-        for (const Datagram& d : network.sent) {
-            if (d.toPeer) return d.from;
-        }
-        return {};
+        connectPhase(phase);
+        settle();
     }
     // Keeps the target alive, by a word that changes nothing.
     void keepAlive(std::uint64_t until) {
