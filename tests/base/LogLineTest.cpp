@@ -4,35 +4,16 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <limits>
-#include <new>
 #include <random>
 #include <thread>
 #include <vector>
 
+#include "tests/support/AllocationWatch.h"
 #include "tests/support/LogCapture.h"
 
 using namespace ZENNO;
 using velmora_test::LogCapture;
-
-namespace {
-
-thread_local std::uint64_t allocations = 0;  // of this thread, by operator new
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -106,7 +87,7 @@ TEST(LogLine, PassesUpToTheLevel) {
 TEST(LogLine, ThatDoesNotPassAllocatesNothingAndTakesNothing) {
     const std::string text = "text long enough to be kept outside of the string object";
     Keeper keeper(-1);
-    const std::uint64_t before = allocations;
+    const velmora_test::AllocationWatch heap;
     {
         LogLine line(3);
         line << "text" << text << std::string_view(text) << std::uint16_t{1} << 2u << -3
@@ -117,15 +98,15 @@ TEST(LogLine, ThatDoesNotPassAllocatesNothingAndTakesNothing) {
         LogLine(0, "text") << 1;
         LogLine(0, text) << 1;
     }
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(heap.count(), 0u);
     EXPECT_EQ(keeper.lines, 0);
 }
 
 TEST(LogLine, ThatPassesAllocatesOnce) {
     Keeper keeper(7);
-    const std::uint64_t before = allocations;
+    const velmora_test::AllocationWatch heap;
     LogLine(6, "start ") << 1 << std::string_view(" x") << 2.5 << "text";
-    EXPECT_EQ(allocations, before + 1);
+    EXPECT_EQ(heap.count(), 1u);
 }
 
 TEST(LogLine, StartsWithTheHeaderThatTheSinkFillsIn) {

@@ -1,4 +1,4 @@
-#include "tests/sync/AllocationWatch.h"
+#include "tests/support/AllocationWatch.h"
 
 #include <cstdlib>
 #include <new>

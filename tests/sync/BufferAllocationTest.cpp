@@ -3,7 +3,7 @@
 #include <atomic>
 #include <optional>
 
-#include "tests/sync/AllocationWatch.h"
+#include "tests/support/AllocationWatch.h"
 #include "tests/sync/BufferHarness.h"
 
 namespace {

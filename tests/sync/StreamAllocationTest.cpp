@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "sync/ThreadMode.h"
+#include "tests/support/AllocationWatch.h"
 #include "tests/support/FakeClock.h"
-#include "tests/sync/AllocationWatch.h"
 #include "tests/sync/StreamHarness.h"
 
 namespace {
