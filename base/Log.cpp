@@ -95,7 +95,7 @@ void Logger::deliver(LogRecord& record) noexcept {
     if (isSending_.load(std::memory_order_acquire)) {
         // One try, to an address of its own: threads that log at once share nothing but the handle.
         const auto* bytes = reinterpret_cast<const std::uint8_t*>(message.start);
-        socket_->sendOnce({bytes, message.size}, destination_);
+        socket_->sendOnce({bytes, message.size}, destination_, /*retried=*/false);
     }
     if (const LogCallback callback = callback_.load(std::memory_order_acquire)) {
         callback(message.start);

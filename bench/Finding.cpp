@@ -146,7 +146,8 @@ double sendToResponder(ZENNO::IPAddress responder, const ZENNO::Bytes& data) {
     ZENNO::Bytes answer;
     ZENNO::IPAddress from;
     for (const auto& burst : bursts) {
-        for (const ZENNO::Bytes& packet : burst) link->sendOnce(packet, responder);
+        for (const ZENNO::Bytes& packet : burst)
+            link->sendOnce(packet, responder, /*retried=*/false);
         if (link->waitReadable(1'000'000) != ZENNO::waitReady || !link->receiveFrom(answer, from) ||
             answer.empty()) {
             throw std::runtime_error("the bare loop lost a burst: run the bench again");

@@ -12,15 +12,18 @@ void Link::getDestination(IPAddress& out) const noexcept {
 }
 
 bool Link::sendDatagram(BufferCS_const data, bool retry) noexcept {
-    return sendAll(data, retry, [this](BufferCS_const all) { return sendOnce(all, destination_); });
+    return sendAll(data, retry, [this, retry](BufferCS_const all) {
+        return sendOnce(all, destination_, retry);
+    });
 }
 
 bool Link::sendDatagramTo(BufferCS_const data, const IPAddress& to, bool retry) noexcept {
     // The stored destination is passed by, not swapped and put back: whoever sends to it from
     // another thread at this moment is not led astray.
     const IPAddress there = scoped(to);
-    return sendAll(data, retry,
-                   [this, &there](BufferCS_const all) { return sendOnce(all, there); });
+    return sendAll(data, retry, [this, &there, retry](BufferCS_const all) {
+        return sendOnce(all, there, retry);
+    });
 }
 
 bool Link::receiveFrom(Bytes& data, IPAddress& from) {

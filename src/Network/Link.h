@@ -51,8 +51,10 @@ public:
     // read: true with length 0. False only where the platform's own error test says so.
     virtual bool receiveFrom(BufferCS buffer, std::uint64_t& length, IPAddress& from) = 0;
     // One sendto of all of `data`; `to` carries the scope to use. Bytes taken, or -1 with lastError
-    // set.
-    virtual std::int64_t sendOnce(BufferCS_const data, const IPAddress& to) noexcept = 0;
+    // set. `retried`: a full buffer is waited for in any case, so a link that has yet to tell the
+    // system that it must not block need not do it for this call.
+    virtual std::int64_t sendOnce(BufferCS_const data, const IPAddress& to,
+                                  bool retried) noexcept = 0;
 
     // ---- common to all ----
     // The scope stored is fixedScope if that is not 0, else the address's own.

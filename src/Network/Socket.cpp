@@ -120,7 +120,7 @@ bool Socket::open(SocketKind kind) {
     if (row.v6Only >= 0) {
         net::setOption(handle, net::SocketOption::v6Only, static_cast<std::uint32_t>(row.v6Only));
     }
-    blocking_ = true;
+    blocking_ = systemBlocks_ = true;
     handle_.store(handle);
     return true;
 }
@@ -197,8 +197,19 @@ bool Socket::joinV6(const IPAddress& group) {
 bool Socket::setBlocking(bool on) {
     const Use use(*this);
     if (!use) return false;
-    if (!net::blockingIsByCall() && !net::setSocketBlocking(use.handle(), on)) return false;
-    blocking_.store(on, std::memory_order_relaxed);
+    const bool before = blocking_.exchange(on, std::memory_order_relaxed);
+    if (!on || settleMode(use)) return true;
+    blocking_.store(before, std::memory_order_relaxed);
+    return false;
+}
+
+// From here on the system has the mode that `blocking` tells. False when it refused.
+bool Socket::settleMode(const Use& use) noexcept {
+    if (net::blockingIsByCall()) return true;
+    const bool on = isBlocking();
+    if (systemBlocks_.load(std::memory_order_relaxed) == on) return true;
+    if (!net::setSocketBlocking(use.handle(), on)) return false;
+    systemBlocks_.store(on, std::memory_order_relaxed);
     return true;
 }
 
@@ -222,6 +233,7 @@ int Socket::accept(Socket& peer, IPAddress& from, std::uint32_t micros) {
 bool Socket::accept(Socket& peer, IPAddress& from) {
     peer.close();
     const Use use(*this);
+    settleMode(use);
     net::Endpoint endpoint;
     const std::uint64_t handle = net::acceptSocket(use.handle(), endpoint);
     if (handle == closedHandle) return false;
@@ -229,7 +241,7 @@ bool Socket::accept(Socket& peer, IPAddress& from) {
     from.port = endpoint.port;
     peer.kind_ = kind_;
     // Some systems hand the listener's mode down, some do not.
-    peer.blocking_ = true;
+    peer.blocking_ = peer.systemBlocks_ = true;
     net::setSocketBlocking(handle, true);
     peer.handle_.store(handle);
     return true;
@@ -237,13 +249,15 @@ bool Socket::accept(Socket& peer, IPAddress& from) {
 
 bool Socket::connect(const IPAddress& to) {
     const Use use(*this);
+    settleMode(use);
     net::Endpoint endpoint = endpointOf(to);
     endpoint.scope = 0;
     return net::connectSocket(use.handle(), net::familyV6, endpoint) == 0;
 }
 
-std::int64_t Socket::sendOnce(BufferCS_const data, const IPAddress& to) noexcept {
+std::int64_t Socket::sendOnce(BufferCS_const data, const IPAddress& to, bool retried) noexcept {
     const Use use(*this);
+    if (!retried) settleMode(use);
     std::int32_t error = 0;
     const std::int64_t sent = net::sendTo(use.handle(), net::familyV6, data.data, data.size,
                                           endpointOf(to), error, isBlocking());
@@ -255,6 +269,7 @@ bool Socket::sendV4(BufferCS_const data, const IPAddress& to, bool retry) {
     const auto toAll = [&] {
         return sendAll(data, retry, [&](BufferCS_const all) {
             const Use use(*this);
+            if (!retry) settleMode(use);
             std::int32_t error = 0;
             const std::int64_t sent = net::sendTo(use.handle(), net::familyV4, all.data, all.size,
                                                   endpointOf(to), error, isBlocking());
@@ -282,6 +297,7 @@ bool Socket::send(BufferCS_const data) {
 
 bool Socket::send(BufferCS_const data, std::uint64_t offset, std::uint64_t& position) {
     const Use use(*this);
+    settleMode(use);
     position = 0;
     offset = std::min(offset, data.size);
     std::int32_t error = 0;
@@ -297,6 +313,7 @@ bool Socket::send(BufferCS_const data, std::uint64_t offset, std::uint64_t& posi
 
 bool Socket::receiveFrom(BufferCS buffer, std::uint64_t& length, IPAddress& from) {
     const Use use(*this);
+    settleMode(use);
     length = 0;
     net::Endpoint endpoint;
     std::int32_t error = 0;
@@ -318,6 +335,7 @@ bool Socket::receiveFromV4(Bytes& data, IPAddress& from) {
 
 bool Socket::receive(BufferCS buffer, std::uint64_t& length) {
     const Use use(*this);
+    settleMode(use);
     length = 0;
     std::int32_t error = 0;
     const std::int64_t got =

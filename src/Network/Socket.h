@@ -35,7 +35,7 @@ public:
     // only when something came.
     bool receiveFrom(BufferCS buffer, std::uint64_t& length, IPAddress& from) override;
     using Link::receiveFrom;
-    std::int64_t sendOnce(BufferCS_const data, const IPAddress& to) noexcept override;
+    std::int64_t sendOnce(BufferCS_const data, const IPAddress& to, bool retried) noexcept override;
 
     // ---- what a Socket has beyond a Link ----
     std::uint64_t handle() const noexcept { return handle_.load(); }
@@ -72,6 +72,7 @@ public:
 
 private:
     class Use;
+    bool settleMode(const Use& use) noexcept;
 
     // Written by whoever opens and closes, read by every thread that uses the socket.
     std::atomic<std::uint64_t> handle_{closedHandle};
@@ -79,6 +80,9 @@ private:
     // reads it.
     std::atomic<std::uint32_t> users_{0};
     SocketKind kind_ = SocketKind::tcpV4;
+    // The mode that the system has. It may still block where `blocking` says no longer: most bursts
+    // are over before that would be seen.
+    std::atomic<bool> systemBlocks_{true};
 };
 
 }  // namespace ZENNO

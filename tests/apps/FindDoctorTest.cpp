@@ -232,7 +232,7 @@ public:
         return ZENNO::waitTimedOut;
     }
     bool receiveFrom(ZENNO::BufferCS, std::uint64_t&, IPAddress&) override { return false; }
-    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress&) noexcept override {
+    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress&, bool) noexcept override {
         return static_cast<std::int64_t>(data.size) - 1;
     }
 

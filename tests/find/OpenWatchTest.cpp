@@ -40,8 +40,9 @@ private:
         bool receiveFrom(ZENNO::BufferCS buffer, std::uint64_t& length, IPAddress& from) override {
             return link_->receiveFrom(buffer, length, from);
         }
-        std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to) noexcept override {
-            const std::int64_t sent = link_->sendOnce(data, to);
+        std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to,
+                              bool retried) noexcept override {
+            const std::int64_t sent = link_->sendOnce(data, to, retried);
             lastError_ = link_->lastError();
             return sent;
         }

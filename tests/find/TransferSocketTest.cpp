@@ -48,12 +48,13 @@ public:
         return inner_->receiveFrom(buffer, length, from);
     }
     using Link::receiveFrom;
-    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to) noexcept override {
+    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to,
+                          bool retried) noexcept override {
         if (failingSend == sends++) {
             lastError_ = error;
             return shortSend ? static_cast<std::int64_t>(data.size) - 1 : -1;
         }
-        return inner_->sendOnce(data, to);
+        return inner_->sendOnce(data, to, retried);
     }
     bool shortSend = false;
 

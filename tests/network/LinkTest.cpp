@@ -50,7 +50,7 @@ public:
         return !readFails;
     }
     using Link::receiveFrom;
-    std::int64_t sendOnce(BufferCS_const, const IPAddress& there) noexcept override {
+    std::int64_t sendOnce(BufferCS_const, const IPAddress& there, bool) noexcept override {
         to.push_back(there);
         storedThen.push_back(destination());
         const Step step = script.at(to.size() - 1);

@@ -172,7 +172,7 @@ bool FakeLink::receiveFrom(ZENNO::BufferCS buffer, std::uint64_t& length, IPAddr
     return true;
 }
 
-std::int64_t FakeLink::sendOnce(ZENNO::BufferCS_const data, const IPAddress& to) noexcept {
+std::int64_t FakeLink::sendOnce(ZENNO::BufferCS_const data, const IPAddress& to, bool) noexcept {
     if (!open_) {
         lastError_ = 10038;
         return -1;

@@ -97,7 +97,7 @@ public:
     int waitReadable(std::uint32_t micros) override;
     bool receiveFrom(ZENNO::BufferCS buffer, std::uint64_t& length, IPAddress& from) override;
     using Link::receiveFrom;
-    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to) noexcept override;
+    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to, bool) noexcept override;
 
     int modeSwitches = 0;  // calls of setBlocking
 

@@ -112,7 +112,7 @@ bool LiveLink::receiveFrom(ZENNO::BufferCS buffer, std::uint64_t& length, IPAddr
     return true;
 }
 
-std::int64_t LiveLink::sendOnce(ZENNO::BufferCS_const data, const IPAddress& to) noexcept {
+std::int64_t LiveLink::sendOnce(ZENNO::BufferCS_const data, const IPAddress& to, bool) noexcept {
     if (!isOpen()) {
         lastError_ = 10038;
         return -1;

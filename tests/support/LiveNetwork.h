@@ -69,7 +69,8 @@ public:
     bool receiveFrom(ZENNO::BufferCS buffer, std::uint64_t& length,
                      ZENNO::IPAddress& from) override;
     using Link::receiveFrom;
-    std::int64_t sendOnce(ZENNO::BufferCS_const data, const ZENNO::IPAddress& to) noexcept override;
+    std::int64_t sendOnce(ZENNO::BufferCS_const data, const ZENNO::IPAddress& to,
+                          bool) noexcept override;
 
 private:
     LiveNetwork& network_;

@@ -45,7 +45,7 @@ public:
         from = from_;
         return true;
     }
-    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to) noexcept override {
+    std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to, bool) noexcept override {
         const std::uint8_t id = data.data[4];
         if (id == 10) ++packets;
         from_ = to;
