@@ -9,6 +9,7 @@
 
 #include "bench/CacheMisses.h"
 #include "bench/Stamp.h"
+#include "sync/PacketRing.h"
 #include "sync/TransferProfile.h"
 #include "wire/StreamMessage.h"
 
@@ -25,8 +26,15 @@ BareLoop::BareLoop(const Shape& shape, Wait wait, const sockaddr_in6& to)
     if (!sized.trialFix(cycle_, 0) || socket_ < 0) throw std::runtime_error("no bare loop");
     count_ = sized.packetCount;
     const std::size_t payload = (sized.framesQ14 >> 14) * sized.frameBytes();
-    packet_.resize(VELMORA::wire::packetBytes(payload));
-    VELMORA::wire::writeStreamHeader(packet_, {}, payload);
+    VELMORA::TransferProfile row;
+    row.cycle = cycle_;
+    row.packetCount = count_;
+    packets_.resize(VELMORA::PacketRing::sizeFor(row));
+    for (std::size_t i = 0; i < packets_.size(); ++i) {
+        packets_[i].assign(VELMORA::wire::packetBytes(payload), static_cast<std::uint8_t>(i));
+        VELMORA::wire::writeStreamHeader(
+            packets_[i], {.flags = 0, .sequence = static_cast<std::uint16_t>(i)}, payload);
+    }
 }
 
 BareLoop::~BareLoop() {
@@ -53,10 +61,11 @@ void BareLoop::run(double seconds) {
 
 void BareLoop::sendBurst() {
     for (std::uint16_t i = 1; i <= count_; ++i) {
+        ZENNO::Bytes& packet = packets_[next_++ % packets_.size()];
         VELMORA::wire::rewriteStreamFlags(
-            packet_, i == count_ ? VELMORA::wire::STREAM_DATA::lastOfBurst : std::uint16_t{0});
-        ::sendto(socket_, packet_.data(), packet_.size(), 0,
-                 reinterpret_cast<const sockaddr*>(&to_), sizeof to_);
+            packet, i == count_ ? VELMORA::wire::STREAM_DATA::lastOfBurst : std::uint16_t{0});
+        ::sendto(socket_, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to_),
+                 sizeof to_);
     }
 }
 

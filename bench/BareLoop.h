@@ -1,10 +1,13 @@
-// The limit of a stream worker: a loop that waits, sends as many datagrams as the product would, of
-// the same size, and goes on. One system call a datagram and one a wait; nothing comes back.
+// The limit of a stream worker: a loop that waits, sends what the product would, and goes on. One
+// system call a datagram and one a wait; nothing comes back. Each datagram has its own place in
+// memory, as many of them as the product keeps, all written before: who sends from one buffer reads
+// from the nearest cache what no stream has there.
 #pragma once
 
 #include <netinet/in.h>
 
 #include <cstdint>
+#include <vector>
 
 #include "base/BufferCS.h"
 #include "bench/Shape.h"
@@ -34,7 +37,8 @@ private:
     int socket_;
     std::uint32_t cycle_ = 0;
     std::uint16_t count_ = 0;
-    ZENNO::Bytes packet_;
+    std::vector<ZENNO::Bytes> packets_;
+    std::size_t next_ = 0;
     std::int64_t begin_ = 0;
 };
 

@@ -3,7 +3,7 @@
 // In ms of processor time for each second of stream. "worker" is the thread that sends, "process"
 // are all of the driver's threads, the one that interleaves the host's blocks among them. The limit
 // is a bare loop that waits by select and sends as many datagrams of the same size at the same
-// times, measured directly behind it.
+// times, each from its own place in memory; it is measured directly behind.
 #include <cstdio>
 
 #include "bench/Context.h"
@@ -94,7 +94,7 @@ std::vector<Row> benchCpu(Context& context) {
                          processes[f].figure("process", formats[f].allowed)},
                         "processor time for each second of stream " + context.path() +
                             ", cycle 1000 us; the bare loop sends as many datagrams of the same "
-                            "size from one buffer and waits by select"});
+                            "size, a second of them ready in memory, and waits by select"});
     }
     rows.push_back(growthRow(context, costs));
     return rows;
