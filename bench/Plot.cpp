@@ -97,8 +97,14 @@ void drawCpu(const Pictures& pictures, const std::string& file) {
     for (const Point& p : pictures.cpu) {
         const Point where = at(p.x, p.y);
         svg.circle(where.x, where.y, oursColour);
-        svg.label(where.x, where.y - 8, Svg::number(p.y), oursColour, "middle");
-        svg.label(where.x, bottom + 16, Svg::number(p.x), grey, "middle");
+        // Two streams of one load: the cheaper one's figure stands below it.
+        const bool isCovered = std::ranges::any_of(
+            pictures.cpu, [&p](const Point& q) { return q.x == p.x && q.y > p.y; });
+        svg.label(where.x, where.y + (isCovered ? 18 : -8), Svg::number(p.y), oursColour, "middle");
+    }
+    constexpr double step = 500;  // channels x kHz
+    for (double x = 0; x <= mostX; x += step) {
+        svg.label(at(x, 0).x, bottom + 16, Svg::number(x), grey, "middle");
     }
     svg.write(file);
 }
