@@ -1,5 +1,7 @@
 #include "base/Log.h"
 
+#include <array>
+#include <utility>
 #include <vector>
 
 #include "base/LogRing.h"
@@ -18,20 +20,34 @@ void putTwoDigits(char* at, int value) noexcept {
 constexpr char monthNames[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// Every logger there ever was: none is freed, since a line may be on its way to it at any moment.
-void keepForever(std::unique_ptr<Logger> logger) {
-    static std::mutex mutex;
-    static auto& kept = *new std::vector<std::unique_ptr<Logger>>;
-    const std::lock_guard lock(mutex);
-    kept.push_back(std::move(logger));
+// What createLogger has made. None is freed while the module stays, since a line may be on its way
+// to it at any moment; and not at the end of the process, since lines come to the very last.
+std::mutex madeMutex;  // over the three below
+std::vector<std::unique_ptr<Logger>>* made = nullptr;
+std::array<Logger*, 2> turns{};  // of them, for the driver's
+std::size_t turn = 0;
+
+Logger& make() {
+    if (made == nullptr) made = new std::vector<std::unique_ptr<Logger>>;
+    made->push_back(std::make_unique<Logger>());
+    return *made->back();
 }
 
 Logger& installNew() {
-    auto made = std::make_unique<Logger>();
-    Logger& installed = *made;
-    keepForever(std::move(made));
+    const std::lock_guard lock(madeMutex);
+    Logger& installed = make();
     setLogger(&installed);
     return installed;
+}
+
+// Every driver object of a process asks for one. Two take turns, so that the one that is replaced
+// lives on as it is, and a host that makes drivers without end holds two sockets of them.
+Logger& installNextOfTwo() {
+    const std::lock_guard lock(madeMutex);
+    turn ^= 1;
+    if (turns[turn] == nullptr) turns[turn] = &make();
+    setLogger(turns[turn]);
+    return *turns[turn];
 }
 
 }  // namespace
@@ -103,11 +119,18 @@ void Logger::deliver(LogRecord& record) noexcept {
 }
 
 void createLogger() {
-    installNew().openLogger(logFacility, nullptr, logPort);
+    installNextOfTwo().openLogger(logFacility, nullptr, logPort);
 }
 
 void createLogger(std::uint32_t facility, LogCallback callback) {
     installNew().openLogger(facility, callback, 0);
+}
+
+void freeLoggers() noexcept {
+    setLogger(nullptr);
+    const std::lock_guard lock(madeMutex);
+    turns = {};
+    delete std::exchange(made, nullptr);
 }
 
 bool setLogLevel(std::int32_t level) {

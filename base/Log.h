@@ -49,9 +49,13 @@ private:
 };
 
 // A new Logger takes the place of the one there was, which lives on: a line may be on its way to
-// it. The first form: facility 16, no callback, port 19640; the second: port 0.
+// it. The first form: facility 16, no callback, port 19640, the one before last in its turn again;
+// the second: port 0.
 void createLogger();
 void createLogger(std::uint32_t facility, LogCallback callback);
+// Frees whatever createLogger has made; there is no logger then. For a module that is about to
+// leave a process: no thread of its own is left that could still log.
+void freeLoggers() noexcept;
 
 // Sets the threshold, and opens the present logger's socket on port 19640. False when that did not
 // work or there is none.

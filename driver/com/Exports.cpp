@@ -2,6 +2,7 @@
 // exports.def.
 #include <cstdint>
 
+#include "base/Log.h"
 #include "driver/Finder.h"
 #include "driver/com/ClassFactory.h"
 #include "driver/com/Registration.h"
@@ -50,4 +51,8 @@ void ZENNO::platform::onModule(bool attached) noexcept {
     for (const FactoryRow& row : factoryTable()) {
         if (row.attach != nullptr) row.attach(attached);
     }
+}
+
+void ZENNO::platform::onUnload() noexcept {
+    ZENNO::freeLoggers();
 }

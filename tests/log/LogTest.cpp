@@ -196,6 +196,35 @@ TEST_F(Log, NewLoggerTakesThePlaceOfTheOld) {
     EXPECT_EQ(heard[0].substr(0, 4), "<46>");
 }
 
+// As many as a host makes drivers, and no more than two sockets.
+TEST_F(Log, LoggersOfTheDriverTakeTurns) {
+    createLogger();
+    LogSink* const first = getLogger();
+    createLogger();
+    LogSink* const second = getLogger();
+    EXPECT_NE(second, first) << "the older one lives on";
+    first->setFacility(3);
+    for (int i = 0; i < 50; ++i) {
+        createLogger();
+        EXPECT_EQ(getLogger(), i % 2 == 0 ? first : second);
+        EXPECT_EQ(getLogger()->facility(), 16) << "as new";
+    }
+}
+
+TEST_F(Log, FreedLoggersAreGoneAndNewOnesCanBeMade) {
+    createLogger();
+    createLogger(5, &hear);
+    freeLoggers();
+    EXPECT_EQ(getLogger(), nullptr);
+    LogLine(6) << "nobody";
+    freeLoggers();
+    createLogger(5, &hear);
+    LogLine(6) << "somebody";
+    EXPECT_EQ(heard.size(), 1u);
+    createLogger();
+    EXPECT_EQ(getLogger()->facility(), 16);
+}
+
 TEST_F(Log, CreatedLoggerSendsToTheViewersPort) {
     VELMORA_IN_NAMESPACE(Wiring::cable, [](const Cable&) {
         LoopbackSocket receiver;
