@@ -32,7 +32,7 @@ std::vector<Bytes> StreamTarget::answer(const Bytes& datagram) {
 
     if (id == wire::STREAM_DATA::id) {
         const auto payload = packet->payload();
-        audio_.insert(audio_.end(), payload.begin(), payload.end());
+        if (keepsAudio) audio_.insert(audio_.end(), payload.begin(), payload.end());
         if ((packet->flags() & wire::STREAM_DATA::asksInfo) == 0) return {};
         wire::INFO_ANS info;
         info.feedback = 0x2000;  // all is well

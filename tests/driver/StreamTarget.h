@@ -35,6 +35,7 @@ public:
     std::uint16_t minCycle10 = 0, maxCycle10 = 0, profileFlags = 0;
     std::uint16_t mtu = 1500, maxBurst = 15000;
     std::set<std::uint16_t> silentTo;  // ids of requests
+    bool keepsAudio = true;            // for audio(); a long stream is a lot of it
 
     ZENNO::IPAddress at(std::uint16_t port) const;
     std::vector<ZENNO::IPAddress> addresses() const;  // control, sink and stream port
