@@ -5,7 +5,8 @@
 // is measured in each round: init: three waits of 30 ms on each interface and five questions; start
 // to the first packet of the host's audio (seen where the wire enters the target's namespace):
 // three questions, the 10 ms of every start, the ring of silence and the half buffer behind which
-// the host's audio stands, a cycle; stop: at most the ring, and the wait for the next question for the fill.
+// the host's audio stands, a cycle; stop: at most the ring, and the wait for the next question for
+// the fill.
 #include <stdlib.h>
 #include <unistd.h>
 
