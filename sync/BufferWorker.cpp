@@ -31,7 +31,7 @@ std::uint32_t SyncBuffer::patienceMillis() const noexcept {
     if (bytesPerSecond == 0 || ring.size() < 3) return 1;
     const std::uint64_t spare = (ring.size() - 2) * blockBytes;
     return static_cast<std::uint32_t>(
-        std::clamp<std::uint64_t>(spare * 1000 / bytesPerSecond / 4, 1, 5));
+        std::clamp<std::uint64_t>(spare * 1000 / bytesPerSecond / 3, 1, 20));
 }
 
 void SyncBuffer::fillStream(Bytes&, bool) {}
