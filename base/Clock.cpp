@@ -9,6 +9,15 @@ namespace ZENNO {
 
 namespace {
 
+class TimerSleep final : public ExactSleep {
+public:
+    void sleep(std::uint32_t micros) noexcept override { timer_.sleep(micros); }
+    bool isUsable() const noexcept { return timer_.isUsable(); }
+
+private:
+    platform::ExactTimer timer_;
+};
+
 class SystemClock final : public Clock {
 public:
     std::uint32_t now() noexcept override { return platform::counterMicros(); }
@@ -20,6 +29,11 @@ public:
     }
     void yield() noexcept override { platform::yieldSlice(); }
     void rest(std::uint32_t micros) noexcept override { platform::restFromPolling(micros); }
+    std::unique_ptr<ExactSleep> exactSleep() override {
+        auto sleep = std::make_unique<TimerSleep>();
+        if (!sleep->isUsable()) return nullptr;
+        return sleep;
+    }
 };
 
 }  // namespace

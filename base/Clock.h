@@ -5,8 +5,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace ZENNO {
+
+// Of one thread: sleeps that end nearer to their time than its waits on a socket do.
+class ExactSleep {
+public:
+    virtual ~ExactSleep() = default;
+    virtual void sleep(std::uint32_t micros) noexcept = 0;
+};
 
 class Clock {
 public:
@@ -17,6 +25,8 @@ public:
     // Once a cycle, by a thread that polls the clock for a deadline that is `micros` away. Where
     // the system punishes a thread that never sleeps, this sleeps for a small part of it.
     virtual void rest(std::uint32_t /*micros*/) noexcept {}
+    // None where waits on sockets are exact themselves, or nothing is better.
+    virtual std::unique_ptr<ExactSleep> exactSleep() { return nullptr; }
 };
 
 Clock& systemClock() noexcept;  // the performance counter

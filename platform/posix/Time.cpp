@@ -51,6 +51,11 @@ void restFromPolling(std::uint32_t micros) noexcept {
     sleepNanos(std::int64_t{micros} * 1000 / part);
 }
 
+// Here the wait on a socket is as exact as any.
+ExactTimer::ExactTimer() noexcept : handle_(nullptr) {}
+ExactTimer::~ExactTimer() = default;
+void ExactTimer::sleep(std::uint32_t) noexcept {}
+
 // Timers have the resolution of the hardware already; what they lack a thread gets with its
 // priority.
 bool raiseTimerResolution(bool) noexcept {

@@ -50,6 +50,22 @@ void yieldSlice() noexcept {
 // No class of threads is throttled here.
 void restFromPolling(std::uint32_t) noexcept {}
 
+ExactTimer::ExactTimer() noexcept {
+    constexpr DWORD highResolution = 0x2;  // CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
+    handle_ = CreateWaitableTimerExW(nullptr, nullptr, highResolution, TIMER_ALL_ACCESS);
+}
+
+ExactTimer::~ExactTimer() {
+    if (handle_ != nullptr) CloseHandle(handle_);
+}
+
+void ExactTimer::sleep(std::uint32_t micros) noexcept {
+    LARGE_INTEGER due;
+    due.QuadPart = -std::int64_t{micros} * 10;  // below 0: from now on, in units of 100 ns
+    if (handle_ == nullptr || !SetWaitableTimer(handle_, &due, 0, nullptr, nullptr, FALSE)) return;
+    WaitForSingleObject(handle_, INFINITE);
+}
+
 bool raiseTimerResolution(bool on) noexcept {
     return (on ? timeBeginPeriod(1) : timeEndPeriod(1)) == TIMERR_NOERROR;
 }

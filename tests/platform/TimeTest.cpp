@@ -71,6 +71,15 @@ TEST(Time, LocalTimeIsThatOfTheCLibrary) {
     EXPECT_TRUE(now.day >= 1 && now.day <= 31);
 }
 
+TEST(Time, AnExactTimerSleepsOrIsNotUsable) {
+    ExactTimer timer;
+    for (const std::uint32_t micros : {0u, 1u, 500u, 2500u}) {
+        const std::int64_t before = steadyNanos();
+        timer.sleep(micros);
+        EXPECT_GE(steadyNanos(), before);
+    }
+}
+
 TEST(Time, RestEndsWhateverIsAskedFor) {
     for (const std::uint32_t micros : {0u, 149u, 150u, 4000u}) restFromPolling(micros);
 }

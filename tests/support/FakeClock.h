@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <utility>
+#include <vector>
 
 #include "base/Clock.h"
 
@@ -28,6 +30,12 @@ public:
     void yield() noexcept override {
         ++yields;
         advance(yieldCost);
+    }
+
+    // Nothing while waits on the network in memory are to be taken for exact, as they are.
+    std::unique_ptr<ZENNO::ExactSleep> exactSleep() override {
+        if (!hasExactSleep) return nullptr;
+        return std::make_unique<Exact>(*this);
     }
 
     std::uint64_t time() const { return now_; }  // µs without the wrap
@@ -55,8 +63,19 @@ public:
     std::uint32_t yieldCost = 0;
     int sleeps = 0;
     int yields = 0;
+    bool hasExactSleep = false;
+    std::vector<std::uint32_t> exactSleeps;  // µs each
 
 private:
+    struct Exact final : ZENNO::ExactSleep {
+        explicit Exact(FakeClock& its) : clock(its) {}
+        void sleep(std::uint32_t micros) noexcept override {
+            clock.exactSleeps.push_back(micros);
+            clock.advance(micros);
+        }
+        FakeClock& clock;
+    };
+
     std::uint64_t now_ = start;
     std::multimap<std::uint64_t, std::function<void()>> events_;
 };
