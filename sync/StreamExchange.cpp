@@ -53,7 +53,11 @@ bool sendAck(ZENNO::Link& link, ZENNO::Clock& clock, const IPAddress& to,
         for (;;) {
             const int ready = link.waitReadable(waitMicros);
             if (ready == ZENNO::waitError) return false;
-            if (ready == ZENNO::waitTimedOut) break;
+            if (ready == ZENNO::waitTimedOut) {
+                // Silence behind a flood has only what is left of the patience with it.
+                if (hasReached(clock.now() - begin, patience)) return true;
+                break;
+            }
 
             IPAddress from;
             if (!link.receiveFrom(datagram, from)) return false;

@@ -49,6 +49,7 @@ StreamWorker::StreamWorker(Sync& sync)
             PacketRing::largestPayload(sync.profiles, sync.maxPacketSize, frameBytes_)),
       received_(sync.socket_->readerSize),
       waiting_(sync.threadMode),
+      exact_(clock_.exactSleep()),
       pace_(0, 0, /*catchUp=*/false),
       filter_(feedbackDepth(sync.threadMode)) {
     if (sync.lowCpu != 0 && sync.profileCount > 1) {
@@ -84,7 +85,7 @@ StreamWorker::Step StreamWorker::openStream() {
 
     // The first turn comes at once, the second after half a cycle.
     now_ = clock_.now();
-    lastReceive_ = lastInfo_ = lastNew_ = now_;
+    lastReceive_ = lastInfo_ = lastTurn_ = now_;
     pace_ = Pace(now_, cycle_, /*catchUp=*/!has(NOFASTFEEDBACK));
     LogLine(6) << "redy to play loop start" << std::uint32_t{isPlaying()};
     trace_.clear();
@@ -172,26 +173,42 @@ StreamWorker::Step StreamWorker::pass() {
     }
     // A target that keeps asking for old packets keeps new ones from going out, and the end of the
     // stream with them.
-    const std::uint32_t stuckFor = now_ - lastNew_;
-    if (state == Sync::Disconnecting &&
-        hasReached(stuckFor, 4 * std::min(noAnswerLimit_, mostSilence))) {
-        LogLine(6) << "   timeout " << stuckFor;
+    if (hasReached(heldUp_, 4 * std::min(noAnswerLimit_, mostSilence))) {
+        LogLine(6) << "   timeout " << heldUp_;
         return leave();
     }
     return waitResult == ZENNO::waitReady ? receive() : Step::goOn;
 }
 
 // Up to the deadline or the next datagram; the time behind it is in now_. Who polls the end of a
-// cycle looks for both by turns there, so that no wake-up stands between him and the deadline.
+// cycle looks for both by turns there, so that no wake-up stands between him and the deadline; and
+// right before it for the clock alone: waking up for a datagram takes longer than what is left.
 int StreamWorker::waitForDeadline(std::uint32_t remaining) {
+    constexpr std::uint32_t clockAlone = 20;  // µs
     const std::uint32_t asleep = waiting_.waitFor(remaining);
-    int result = link_.waitReadable(asleep);
+    int result = exact_ ? waitExactly(asleep) : link_.waitReadable(asleep);
     now_ = clock_.now();
     // The last condition ends it where the clock steps back.
     while (asleep != remaining && result == ZENNO::waitTimedOut && !pace_.isDue(now_) &&
            pace_.remaining(now_) <= remaining) {
-        result = link_.poll();
+        if (pace_.remaining(now_) > clockAlone) result = link_.poll();
         now_ = clock_.now();
+    }
+    return result;
+}
+
+// Where a wait on the socket ends by a tick of the system, up to two of them are slept by the finer
+// timer instead; the socket is looked at in between.
+int StreamWorker::waitExactly(std::uint32_t micros) {
+    constexpr std::uint32_t twoTicks = 2000;  // µs
+    constexpr std::uint32_t slice = 500;
+    const std::uint32_t begin = clock_.now();
+    int result = link_.waitReadable(micros > twoTicks ? micros - twoTicks : 0);
+    while (result == ZENNO::waitTimedOut) {
+        const std::uint32_t passed = clock_.now() - begin;
+        if (passed >= micros) break;
+        exact_->sleep(std::min(micros - passed, slice));
+        result = link_.poll();
     }
     return result;
 }
@@ -206,6 +223,7 @@ StreamWorker::Step StreamWorker::turn(std::uint32_t remaining) {
     factor_ = turn.factor;
     const bool infoDue = hasReached(now_ - lastInfo_, sync_.infoCycle);
 
+    const std::uint16_t before = sequence_;
     // Only the last packet of a burst may block.
     const bool switchesMode = turn.burst >= 2 && !has(SOCKETNOBLOCK);
     if (switchesMode) link_.setBlocking(false);
@@ -215,8 +233,23 @@ StreamWorker::Step StreamWorker::turn(std::uint32_t remaining) {
         const Step step = resend_.pending() ? sendOldPacket(last) : sendNewPacket(last, infoDue);
         if (step != Step::goOn) return step;
     }
+    countHeldUp(sequence_ != before);
     if (supply_.takeFetched()) sync_.getNewStreamDone();
     return Step::goOn;
+}
+
+// A target that keeps asking for old packets keeps new ones from going out, and the end of the
+// stream with them. One with losses does so too, but new packets make up for as many turns.
+void StreamWorker::countHeldUp(bool cameNearer) noexcept {
+    const std::uint32_t passed = now_ - lastTurn_;
+    lastTurn_ = now_;
+    if (!isDisconnecting()) return;
+    if (cameNearer) {
+        heldUp_ -= std::min(heldUp_, passed);
+    } else {
+        heldUp_ = static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(std::uint64_t{heldUp_} + passed, 0x7fffffff));
+    }
 }
 
 StreamWorker::Step StreamWorker::sendNewPacket(bool lastOfBurst, bool infoDue) {
@@ -230,7 +263,6 @@ StreamWorker::Step StreamWorker::sendNewPacket(bool lastOfBurst, bool infoDue) {
     }
     wire::rewriteStreamFlags(slot.buffer, flags);
     if (!send(slot)) return Step::fail;
-    lastNew_ = now_;
     if (asksInfo) LogLine(6) << "Request Info " << now_;
     trace(slot);
     if (slot.last != 0) drain_.onClosingSent();

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <random>
 
 #include "sync/Drain.h"
@@ -47,7 +48,9 @@ private:
     // ---- one pass of the loop ----
     Step pass();
     int waitForDeadline(std::uint32_t remaining);
+    int waitExactly(std::uint32_t micros);
     Step turn(std::uint32_t remaining);
+    void countHeldUp(bool cameNearer) noexcept;
     Step sendNewPacket(bool lastOfBurst, bool infoDue);
     Step sendOldPacket(bool lastOfBurst);
     Step buildPacket(std::uint64_t payloadBytes);
@@ -99,6 +102,7 @@ private:
     std::uint32_t framesQ14_ = 0;  // frames of a packet, likewise
 
     Waiting waiting_;
+    const std::unique_ptr<ZENNO::ExactSleep> exact_;  // none where waits on the socket are exact
     Pace pace_;
     FrameCounter frames_;
     Supply supply_;
@@ -113,7 +117,8 @@ private:
     float factor_ = 1.0f;         // of this turn's cycle
     std::uint32_t lastInfo_ = 0;  // last request for INFO_ANS
     std::uint32_t lastReceive_ = 0;
-    std::uint32_t lastNew_ = 0;  // when a packet last went out for the first time
+    std::uint32_t lastTurn_ = 0;
+    std::uint32_t heldUp_ = 0;  // µs that old packets have kept the end from coming nearer
     bool targetInvert_ = false, hostInvert_ = false;
     std::uint8_t silence_ = 0;
 };

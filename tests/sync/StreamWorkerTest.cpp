@@ -395,6 +395,43 @@ TEST(StreamWorker, AWaitingThreadReadsAtOnce) {
     EXPECT_EQ(s.network.time.time() - s.begin, 600u);
 }
 
+TEST(StreamWorker, TheLastTwoTicksOfAWaitAreSleptExactly) {
+    Session s;
+    s.prepare(Session::fixRow(10000, 1));
+    s.network.time.hasExactSleep = true;
+    s.leaveAt(16000);
+    EXPECT_TRUE(s.sync.streamWorker());
+    const auto packets = s.packets();
+    ASSERT_EQ(packets.size(), 3u);
+    EXPECT_EQ(packets[1].at, 5000u);
+    EXPECT_EQ(packets[2].at, 15000u);
+    EXPECT_EQ(s.network.time.exactSleeps, std::vector<std::uint32_t>(8, 500));
+}
+
+TEST(StreamWorker, AShortWaitIsSleptExactlyAsAWhole) {
+    Session s;
+    s.prepare(Session::fixRow(1300, 1));
+    s.network.time.hasExactSleep = true;
+    s.leaveAt(2000);
+    EXPECT_TRUE(s.sync.streamWorker());
+    const auto packets = s.packets();
+    ASSERT_EQ(packets.size(), 3u);
+    EXPECT_EQ(packets[1].at, 650u);
+    EXPECT_EQ(packets[2].at, 1950u);
+    EXPECT_EQ((std::vector<std::uint32_t>(s.network.time.exactSleeps.begin(),
+                                          s.network.time.exactSleeps.begin() + 5)),
+              (std::vector<std::uint32_t>{500, 150, 500, 500, 300}));
+}
+
+TEST(StreamWorker, WhatComesDuringAnExactSleepIsReadBehindIt) {
+    Session s;
+    s.prepare(Session::fixRow(3000, 1));
+    s.network.time.hasExactSleep = true;
+    s.say(2600, datagram(13, 1));
+    EXPECT_TRUE(s.sync.streamWorker());
+    EXPECT_EQ(s.network.time.time() - s.begin, 3000u) << "slept from 2500 to 3000";
+}
+
 // ---- supply ----
 
 TEST(StreamWorker, AStopPlaysTheBlockInHandAndThenSilence) {
