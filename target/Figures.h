@@ -22,6 +22,7 @@ struct Figures {
     std::uint64_t durationMicros = 0;     // from the first packet
     std::uint64_t frames = 0, bytes = 0;  // played
     double fillMicros = 0, targetMicros = 0;
+    double clockPpm = 0;        // against nominal, the device's own corrections included
     std::uint16_t latency = 0;  // granted, 100 µs
 
     std::uint64_t packets = 0;  // received, duplicates and late ones among them

@@ -4,13 +4,25 @@
 
 namespace velmora_target {
 
+// The number nearest to the newest that has these low 16 bits.
+std::int64_t PacketQueue::numberOf(std::uint16_t sequence) const noexcept {
+    return newest_ + static_cast<std::int16_t>(sequence - static_cast<std::uint16_t>(newest_));
+}
+
+std::uint64_t PacketQueue::missingBytes(std::uint16_t sequence, std::size_t bytes) const noexcept {
+    const std::int64_t step = numberOf(sequence) - newest_;
+    if (step < 1) return 0;
+    return (holes_.size() + static_cast<std::uint64_t>(step - 1)) * std::max(neighbour_, bytes);
+}
+
 PacketQueue::Put PacketQueue::put(std::uint16_t sequence, VELMORA::wire::ConstBytes audio,
                                   std::uint64_t now) {
-    // The number nearest to the newest that has these low 16 bits.
-    const auto step = static_cast<std::int16_t>(sequence - static_cast<std::uint16_t>(newest_));
-    const std::int64_t number = newest_ + step;
-
+    const std::int64_t number = numberOf(sequence);
     if (number > newest_) {
+        const auto skipped = static_cast<std::size_t>(number - newest_ - 1);
+        if (slots_.size() + skipped >= mostPackets || holes_.size() + skipped >= mostHoles) {
+            return Put::foreign;
+        }
         const std::uint64_t since = newest_ < 0 ? now : lastArrival_;
         for (std::int64_t n = newest_ + 1; n < number; ++n) {
             slots_.emplace_back();

@@ -24,11 +24,17 @@ public:
         recovered,  // a hole that had been asked about
         duplicate,  // it is here, or was played
         late,       // its turn is over, silence was played for it
+        foreign,    // so far ahead that it is none of this stream: nobody has kept it
     };
 
     explicit PacketQueue(std::uint8_t silence) : silence_(silence) {}
 
+    // More are not held, whether they carry audio or not.
+    static constexpr std::size_t mostPackets = 131'072, mostHoles = 32'768;
+
     Put put(std::uint16_t sequence, VELMORA::wire::ConstBytes audio, std::uint64_t now);
+    // What would be missing in front of such a new packet: bytes, each hole counting as it.
+    std::uint64_t missingBytes(std::uint16_t sequence, std::size_t bytes) const noexcept;
     // Moves `bytes`, or all there is, from the front to the end of `out`.
     std::size_t take(std::size_t bytes, ZENNO::Bytes& out);
 
@@ -46,6 +52,8 @@ public:
     void markAsked(std::int64_t from);  // every hole from there on
 
 private:
+    std::int64_t numberOf(std::uint16_t sequence) const noexcept;
+
     struct Slot {
         bool present = false;
         ZENNO::Bytes audio;

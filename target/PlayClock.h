@@ -2,22 +2,37 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace velmora_target {
 
+// A deviation that comes and goes, as with the warmth of a quartz: a sine that begins with 0 and
+// reaches `ppm` to either side.
+struct ClockDrift {
+    double ppm = 0;
+    double seconds = 1;  // there and back; more than 0
+};
+
 class PlayClock {
 public:
-    PlayClock(double framesPerSecond, double ppm) : rate_(framesPerSecond), ppm_(ppm) {}
+    PlayClock(double framesPerSecond, double ppm, ClockDrift drift = {})
+        : rate_(framesPerSecond), ppm_(ppm), drift_(drift) {}
 
-    void start(std::uint64_t now);  // no frame is due yet
+    // No frame is due yet. The drift begins with the first start and goes on through later ones.
+    void start(std::uint64_t now);
     // Adds to the deviation from `now` on.
     void setCorrection(std::uint64_t now, double ppm);
     std::uint64_t framesDue(std::uint64_t now) const;  // since start
+    double deviation(std::uint64_t now) const;         // of all kinds, ppm
 
 private:
     double exactFrames(std::uint64_t now) const;
+    double driftPhase(std::uint64_t now) const;
+    double driftFrames(std::uint64_t now) const;
 
     double rate_, ppm_, correction_ = 0;
+    ClockDrift drift_;
+    std::optional<std::uint64_t> began_;
     std::uint64_t since_ = 0;  // last change of the rate
     double framesThen_ = 0;    // due at that time
 };

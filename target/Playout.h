@@ -21,6 +21,8 @@ public:
         std::uint64_t targetMicros = 0;
         double clockPpm = 0;
         bool inverted = false;  // the host was asked to invert: so is silence
+        ClockDrift clockDrift{};
+        std::uint64_t begun = 0;  // when the stream was opened
     };
 
     Playout(const Settings& settings, AudioOutput& output);
@@ -37,6 +39,7 @@ public:
     // What is wanted, or more where two bursts do not fit into that.
     double targetMicros() const noexcept { return targetBytes_ * microsPerByte_; }
     double excessMicros() const noexcept;  // fill less target; 0 while it does not play
+    double clockPpm() const { return clock_.deviation(now_); }
 
     std::uint64_t frames() const noexcept { return bytes_ / frameBytes_; }
     std::uint64_t bytes() const noexcept { return bytes_; }
@@ -45,6 +48,7 @@ public:
     bool outputFailed() const noexcept { return outputFailed_; }
 
 private:
+    bool isBeyond(std::uint16_t sequence, std::size_t bytes, std::uint64_t now) const noexcept;
     void play(std::size_t bytes);
     void pause();
 
@@ -56,7 +60,9 @@ private:
     double wantedBytes_;
     double targetBytes_;
     std::size_t burst_ = 0, largestBurst_ = 0;  // bytes, since playout last paused
+    std::uint64_t lastNewest_;                  // arrival of the newest packet
     bool playing_ = false;
+    std::uint64_t now_ = 0;       // of the newest advance
     std::uint64_t dueTaken_ = 0;  // frames that the clock has asked for, since playout began
     std::uint64_t bytes_ = 0, underruns_ = 0, overflows_ = 0;
     bool outputFailed_ = false;

@@ -19,7 +19,14 @@ public:
         std::uint16_t last = 0;  // newest one that is missing
     };
 
-    static constexpr std::uint64_t oldestHole = 400'000;  // µs; what is older is not asked for
+    // How long a packet has been missing, at least, when it is asked for; µs, both. What has just
+    // been overtaken may yet come by itself, and what is too old the host may no longer have.
+    struct Ages {
+        std::uint64_t youngest = 0, oldest = 400'000;
+    };
+    ResendRequests() = default;
+    explicit ResendRequests(Ages ages) : ages_(ages) {}
+
     static constexpr std::uint64_t leastSpacing = 3'000;  // between any two requests
     static constexpr std::uint64_t repeatAfter = 5'000;   // or two bursts, if that is longer
 
@@ -31,7 +38,9 @@ public:
     std::uint64_t sent() const noexcept { return sent_; }
 
 private:
-    std::uint64_t earliest(const PacketQueue& queue, std::uint64_t burstMicros) const;
+    std::uint64_t earliest(const PacketQueue::Hole& first, const PacketQueue& queue,
+                           std::uint64_t burstMicros) const;
+    const Ages ages_{};
     std::uint64_t lastRequest_ = 0, sent_ = 0;
 };
 

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "target/FormatMasks.h"
+#include "target/Misbehaviour.h"
+#include "target/PlayClock.h"
 
 namespace velmora_target {
 
@@ -44,12 +46,14 @@ struct TargetSettings {
     std::uint16_t minCycle10 = 100, maxCycle10 = 500, profileFlags = 0x0c;  // 10 µs, 10 µs
     bool phaseInvert = false;                                               // asked of the host
 
-    std::optional<std::uint64_t> bufferMicros;  // playout's aim; else the latency granted
-    double clockPpm = 0;                        // own clock against nominal
-    int feedbackEncoding = 1;                   // 1, 2 or 3
-    std::uint64_t silenceLimit = 5'000'000;     // µs without a packet that end a stream
-    std::string output = "none";                // as target/OutputChoice.h has it
-    std::string outputFolder = ".";             // of the files that hosts name
+    std::optional<std::uint64_t> bufferMicros;       // playout's aim; else the latency granted
+    double clockPpm = 0;                             // own clock against nominal
+    ClockDrift clockDrift{};                         // and what comes and goes of that
+    int feedbackEncoding = 1;                        // 1, 2 or 3
+    std::uint64_t silenceLimit = 5'000'000;          // µs without a packet that end a stream
+    std::uint64_t askAfter = 0, askUntil = 400'000;  // µs that a packet is missing, to ask for it
+    std::string output = "none";                     // as target/OutputChoice.h has it
+    std::string outputFolder = ".";                  // of the files that hosts name
 
     bool announces = true;                  // NOTIFY
     std::vector<ChannelSettings> channels;  // none: transfers are refused
@@ -62,6 +66,7 @@ struct TargetSettings {
     std::map<std::uint16_t, double> lost;         // percent of these messages, as they come
     std::map<std::uint16_t, double> lostAnswers;  // percent of the answers to these
     std::uint16_t endStatus = 65535;              // told at the end of a whole transfer
+    Manners manners;                              // done wrong at these messages
     std::uint32_t seed = 1;
 };
 

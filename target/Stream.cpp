@@ -12,8 +12,9 @@ namespace {
 constexpr std::uint64_t tick = 2'000;
 
 Playout::Settings playoutFor(const TargetSettings& settings, const Stream::Opening& opening) {
-    return {opening.format, settings.bufferMicros.value_or(opening.latency * 100ull),
-            settings.clockPpm, settings.phaseInvert};
+    return {opening.format,      settings.bufferMicros.value_or(opening.latency * 100ull),
+            settings.clockPpm,   settings.phaseInvert,
+            settings.clockDrift, opening.now};
 }
 
 }  // namespace
@@ -26,6 +27,7 @@ Stream::Stream(const TargetSettings& settings, const Opening& opening,
       output_(std::move(output)),
       playout_(playoutFor(settings, opening), *output_),
       feedback_(settings.feedbackEncoding),
+      requests_({settings.askAfter, settings.askUntil}),
       lastHeard_(opening.now),
       random_(settings.seed) {}
 
@@ -55,6 +57,8 @@ void Stream::onData(const Arrival& arrival, const PacketView& packet, Mail& out)
             break;
         case PacketQueue::Put::late:
             ++figures_.late;
+            break;
+        case PacketQueue::Put::foreign:
             break;
     }
     if ((packet.flags() & STREAM_DATA::asksInfo) != 0) {
@@ -123,6 +127,7 @@ Figures Stream::figures() const {
     f.bytes = playout_.bytes();
     f.fillMicros = playout_.fillMicros();
     f.targetMicros = playout_.targetMicros();
+    f.clockPpm = playout_.clockPpm();
     f.latency = opening_.latency;
     f.resendRequests = requests_.sent();
     f.lost = playout_.queue().lost();

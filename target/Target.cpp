@@ -29,6 +29,7 @@ Target::Target(TargetSettings settings, MakeOutput makeOutput, Storage storage)
       makeOutput_(std::move(makeOutput)),
       transfers_(settings_, std::move(storage.makeInboxItem)),
       info_(settings_, sinks_),
+      misbehaviour_(settings_.manners, settings_.seed),
       random_(settings_.seed) {
     for (std::size_t i = 0; i < settings_.sinks.size(); ++i) {
         sinks_.push_back(
@@ -41,8 +42,8 @@ void Target::onDatagram(const Arrival& arrival, Mail& out) {
     if (!packet) return;
     const std::uint16_t id = packet->id();
     if (!begun_) begun_ = arrival.now;
-    if (isLost(settings_.lost, id, random_)) return;
-    const std::size_t linesBefore = out.lines.size();
+    if (isLost(settings_.lost, id, random_) || misbehaviour_.isDead()) return;
+    const std::size_t linesBefore = out.lines.size(), before = out.datagrams.size();
 
     std::optional<ZENNO::Bytes> reply;
     if (settings_.refused.contains(id) && id != STREAM_DATA::id) {
@@ -54,6 +55,7 @@ void Target::onDatagram(const Arrival& arrival, Mail& out) {
     if (reply && !settings_.silent.contains(id) && !isLost(settings_.lostAnswers, id, random_)) {
         out.datagrams.push_back({arrival.localPort, arrival.from, std::move(*reply)});
     }
+    misbehaviour_.spoil(&*packet, portBeside(arrival.localPort), out, before);
     if (items_.takeChanged()) {
         nextNotify_ = arrival.now;
         announce(arrival.now, out);
@@ -65,7 +67,12 @@ std::optional<ZENNO::Bytes> Target::answer(const Arrival& arrival, const PacketV
                                            Mail& out) {
     if (arrival.localPort != ControlPort) {
         Sink* sink = sinkAt(arrival.localPort);
-        return sink != nullptr ? sink->onPacket(arrival, packet, out) : std::nullopt;
+        if (sink == nullptr) return std::nullopt;
+        auto reply = sink->onPacket(arrival, packet, out);
+        if (packet.id() == STREAM_DATA::id && sink->isConnected()) {
+            misbehaviour_.onAudio(arrival, packet, out);
+        }
+        return reply;
     }
     return answerControl(arrival, packet, out);
 }
@@ -91,13 +98,18 @@ Sink* Target::sinkAt(std::uint16_t port) {
     return found == sinks_.end() ? nullptr : found->get();
 }
 
+std::uint16_t Target::portBeside(std::uint16_t port) const noexcept {
+    return port != ControlPort || settings_.sinks.empty() ? ControlPort : settings_.sinks[0].port;
+}
+
 void Target::onTime(std::uint64_t now, Mail& out) {
     if (!begun_) begun_ = now;
-    const std::size_t linesBefore = out.lines.size();
+    const std::size_t linesBefore = out.lines.size(), before = out.datagrams.size();
     for (const auto& sink : sinks_) sink->onTime(now, out);
     items_.onTime(now);
     transfers_.onTime(now, out);
     announce(now, out);
+    misbehaviour_.spoil(nullptr, ControlPort, out, before);
     tellReaders(out, linesBefore);
 }
 
@@ -130,6 +142,7 @@ void Target::endStreams(const std::string& reason, Mail& out) {
 }
 
 void Target::tellReaders(Mail& out, std::size_t from) {
+    if (misbehaviour_.isDead()) return;
     for (std::size_t i = from; i < out.lines.size(); ++i) {
         log_.tell(out.lines[i], ControlPort, out);
     }

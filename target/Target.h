@@ -14,6 +14,7 @@
 #include "target/Items.h"
 #include "target/LogChannel.h"
 #include "target/Mail.h"
+#include "target/Misbehaviour.h"
 #include "target/Settings.h"
 #include "target/Sink.h"
 #include "target/Transfers.h"
@@ -55,6 +56,7 @@ private:
     std::optional<ZENNO::Bytes> answerControl(const Arrival& arrival,
                                               const VELMORA::wire::PacketView& packet, Mail& out);
     Sink* sinkAt(std::uint16_t port);
+    std::uint16_t portBeside(std::uint16_t port) const noexcept;
     bool announces() const noexcept { return settings_.announces && !scopes_.empty(); }
     void announce(std::uint64_t now, Mail& out);
     void tellReaders(Mail& out, std::size_t from);
@@ -66,6 +68,7 @@ private:
     Transfers transfers_;
     Info info_;
     LogChannel log_;
+    Misbehaviour misbehaviour_;
     std::mt19937 random_;
     std::optional<std::uint64_t> begun_;  // the first time that it was told
     std::vector<std::uint32_t> scopes_;

@@ -188,6 +188,7 @@ int compareFiles(const CompareOptions& options) {
 int main(int argc, char** argv) {
     CLI::App app("Makes music to play, and says whether what was played arrived bit for bit.");
     app.require_subcommand(1);
+    app.set_version_flag("--version", VELMORA_RELEASE);
     app.footer(
         "Exit codes: 0 done, and bit-exact; 1 not bit-exact; 2 a file or an argument is wrong.");
 

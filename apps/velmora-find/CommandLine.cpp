@@ -95,6 +95,7 @@ private:
 
 CommandLine::CommandLine() {
     app_.footer(footer());
+    app_.set_version_flag("--version", VELMORA_RELEASE);
     app_.allow_windows_style_options(false);
     app_.require_subcommand(1);
     app_.fallthrough();

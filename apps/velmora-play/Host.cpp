@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 #include "apps/audio/DsdWords.h"
@@ -94,9 +95,9 @@ std::string hertz(std::uint32_t rate) {
 // then the buffers go.
 class Running {
 public:
-    explicit Running(IASIO& driver) : driver_(driver) {}
+    Running(IASIO& driver, std::function<void()> stop) : driver_(driver), stop_(std::move(stop)) {}
     ~Running() {
-        driver_.stop();
+        stop_();
         driver_.disposeBuffers();
         playing.store(nullptr, std::memory_order_release);
     }
@@ -105,12 +106,18 @@ public:
 
 private:
     IASIO& driver_;
+    const std::function<void()> stop_;
 };
 
 }  // namespace
 
-Host::Host(IASIO& driver, Source& source, Patience patience)
-    : driver_(driver), source_(source), patience_(patience) {}
+Host::Host(IASIO& driver, Source& source, Patience patience, Pause pause)
+    : driver_(driver), source_(source), patience_(patience), pause_(pause) {}
+
+std::int64_t Host::millisSince(std::chrono::steady_clock::time_point then) const {
+    const auto passed = std::chrono::steady_clock::now() - then;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
+}
 
 Failure Host::refused(ExitCode code, std::string text) const {
     char message[512] = {};  // the interface says 124; not every driver counts
@@ -123,7 +130,9 @@ Failure Host::refused(ExitCode code, std::string text) const {
 
 std::optional<Failure> Host::openDevice() {
     const SourceFormat& format = source_.format();
-    if (driver_.init(nullptr) == ASIOFalse) {
+    const bool isOpen = driver_.init(nullptr) != ASIOFalse;
+    times_.init = millisSince(began_);
+    if (!isOpen) {
         return refused(exitInit, "The driver did not open its device");
     }
     char name[64] = {};  // the interface says 32
@@ -231,16 +240,29 @@ std::optional<Failure> Host::chooseType() {
 
 std::optional<Failure> Host::play(std::int32_t bufferFrames,
                                   const std::function<bool(const Progress&)>& report) {
+    began_ = std::chrono::steady_clock::now();
+    times_.began = std::chrono::duration_cast<std::chrono::milliseconds>(
+                       std::chrono::system_clock::now().time_since_epoch())
+                       .count();
     if (auto failure = openDevice()) return failure;
     if (auto failure = makeBuffers(bufferFrames)) return failure;
-    const Running running(driver_);
+    const Running running(driver_, [this] {
+        const auto called = std::chrono::steady_clock::now();
+        const std::int64_t end = millisSince(began_);
+        driver_.stop();
+        times_.stop = millisSince(called);
+        times_.end = end;
+    });
     prefetch_.emplace(source_);
     playing.store(this, std::memory_order_release);
     return run(report);
 }
 
 std::optional<Failure> Host::run(const std::function<bool(const Progress&)>& report) {
-    if (driver_.start() != ASE_OK) {
+    const auto called = std::chrono::steady_clock::now();
+    const bool isStarted = driver_.start() == ASE_OK;
+    times_.start = millisSince(called);
+    if (!isStarted) {
         Failure failure = refused(exitStart, "The driver did not start the stream");
         failure.text +=
             " The target does not take this format, or is busy. With Debug=enable in its settings "
@@ -291,7 +313,21 @@ Progress Host::progress() const {
     return now;
 }
 
+void Host::noteSwitch() {
+    const std::int64_t now = millisSince(began_);
+    if (times_.firstSwitch < 0) times_.firstSwitch = times_.lastSwitch = now;
+    times_.longestGap = std::max(times_.longestGap, now - times_.lastSwitch);
+    times_.lastSwitch = now;
+    const std::uint64_t frames =
+        switches_.load(std::memory_order_relaxed) * static_cast<std::uint64_t>(frames_);
+    if (pause_.length.count() > 0 && !paused_ && frames >= pause_.atFrame) {
+        paused_ = true;
+        std::this_thread::sleep_for(pause_.length);
+    }
+}
+
 void Host::fill(std::size_t half) {
+    noteSwitch();
     const SourceFormat& format = source_.format();
     const std::uint32_t channels = format.channels;
     // In DSD the driver counts samples, and eight of them are a byte.

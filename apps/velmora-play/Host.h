@@ -48,9 +48,24 @@ struct Patience {
     std::chrono::milliseconds stall{3000};  // without a buffer switch: the stream is gone
 };
 
+// A callback that does not come back for a while, to try a driver with.
+struct Pause {
+    std::chrono::milliseconds length{0};
+    std::uint64_t atFrame = 0;  // of the source; the first half behind it
+};
+
+// How long the driver took, in ms; -1 for what never came.
+struct Times {
+    std::int64_t began = 0;  // since 1970
+    std::int64_t init = -1, start = -1, stop = -1;
+    // From `began` on: the first and the last buffer switch, and when stop was called.
+    std::int64_t firstSwitch = -1, lastSwitch = -1, end = -1;
+    std::int64_t longestGap = 0;  // between two switches
+};
+
 class Host {
 public:
-    Host(IASIO& driver, Source& source, Patience patience = {});
+    Host(IASIO& driver, Source& source, Patience patience = {}, Pause pause = {});
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
@@ -61,6 +76,7 @@ public:
 
     const std::string& deviceName() const { return deviceName_; }
     const std::string& formatText() const { return formatText_; }  // both: once play reports
+    const Times& times() const { return times_; }                  // once play is over
 
 private:
     std::optional<Failure> openDevice();
@@ -78,10 +94,16 @@ private:
     static std::int32_t onMessage(std::int32_t selector, std::int32_t value, void* message,
                                   double* opt);
     void fill(std::size_t half);
+    void noteSwitch();
+    std::int64_t millisSince(std::chrono::steady_clock::time_point then) const;
 
     IASIO& driver_;
     Source& source_;
     const Patience patience_;
+    const Pause pause_;
+    Times times_;  // of the switches: the driver's thread alone, while it lives
+    std::chrono::steady_clock::time_point began_{};
+    bool paused_ = false;  // the driver's thread alone
     std::optional<Prefetch> prefetch_;
     std::string deviceName_, formatText_;
     std::vector<ASIOBufferInfo> buffers_;

@@ -3,8 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cmath>
 #include <csignal>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -27,7 +31,8 @@ void onInterrupt(int) {
 
 struct Options {
     bool list = false, quiet = false;
-    std::string driver = "KORVENTE Velmora", file, driverLog;
+    std::string driver = "KORVENTE Velmora", file, driverLog, report, stall;
+    Pause pause;
     double tone = 0;
     double seconds = 0;
     std::uint32_t rate = 0, bits = 0, channels = 0;
@@ -61,6 +66,29 @@ int list() {
                   << (entry.file.empty() ? "(no module)" : entry.file) << '\n';
     }
     return exitDone;
+}
+
+// "SECONDS@FRAME".
+bool readPause(const std::string& text, Pause& pause) {
+    const auto at = text.find('@');
+    double seconds = 0;
+    if (at == std::string::npos || !CLI::detail::lexical_cast(text.substr(0, at), seconds) ||
+        !CLI::detail::lexical_cast(text.substr(at + 1), pause.atFrame) ||
+        !(seconds > 0 && seconds <= 60)) {
+        return false;
+    }
+    pause.length = std::chrono::milliseconds(std::lround(seconds * 1000));
+    return true;
+}
+
+// One JSON object, for whoever tries a driver.
+bool writeReport(const std::string& path, const Times& t, int exitCode) {
+    std::ofstream file(std::filesystem::u8path(path));
+    file << "{\"exit\":" << exitCode << ",\"began\":" << t.began << ",\"init\":" << t.init
+         << ",\"start\":" << t.start << ",\"firstSwitch\":" << t.firstSwitch
+         << ",\"lastSwitch\":" << t.lastSwitch << ",\"longestGap\":" << t.longestGap
+         << ",\"end\":" << t.end << ",\"stop\":" << t.stop << "}\n";
+    return static_cast<bool>(file.flush());
 }
 
 std::unique_ptr<Source> openSource(const Options& options, std::string& error) {
@@ -107,13 +135,19 @@ int play(const Options& options) {
 
     std::signal(SIGINT, onInterrupt);
     std::signal(SIGTERM, onInterrupt);
-    Host host(*driver, *source);
+    Patience patience;
+    patience.stall += options.pause.length;
+    Host host(*driver, *source, patience, options.pause);
     ProgressLine line(options.quiet);
     const auto failure = host.play(options.buffer, [&](const Progress& progress) {
         line.show(ZENNO::printable(host.deviceName()) + ", " + host.formatText(), progress);
         return !interrupted.load();
     });
     line.end();
+    if (!options.report.empty() &&
+        !writeReport(options.report, host.times(), failure ? failure->code : exitDone)) {
+        complain(exitFile, options.report + ": the report cannot be written.");
+    }
     // What a driver says may be what a target has told it.
     if (failure) return complain(failure->code, ZENNO::printable(failure->text));
     return exitDone;
@@ -125,6 +159,7 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app("Plays a file or a tone through an ASIO driver.");
     app.footer(footer);
+    app.set_version_flag("--version", VELMORA_RELEASE);
     app.add_flag("--list", options.list, "show the ASIO drivers of this machine");
     app.add_option("--driver", options.driver, "the driver's name, upper or lower case alike")
         ->capture_default_str();
@@ -148,11 +183,19 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1, 1 << 24));
     app.add_option("--driver-log", options.driverLog,
                    "write what the driver logs (Debug=enable in its settings) into this file");
+    app.add_option("--report", options.report,
+                   "write how long the driver took, in ms, into this file, as JSON");
+    app.add_option("--stall", options.stall,
+                   "at this frame keep the driver's callback for so long, to try the driver")
+        ->type_name("SECONDS@FRAME");
     app.add_flag("--quiet", options.quiet, "no progress");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? exitDone : exitUsage;
+    }
+    if (!options.stall.empty() && !readPause(options.stall, options.pause)) {
+        return complain(exitUsage, "--stall wants SECONDS@FRAME, up to 60 seconds.");
     }
     if (options.list) return list();
     if (options.file.empty() && options.tone == 0) {

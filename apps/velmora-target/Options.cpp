@@ -35,6 +35,8 @@ last stream's figures, if there was one, with "streamCount", "settingChanges", "
 "transfersFailed", "transferBytes" and "transferDuplicates". Times end in Micros; "feedback" is
 the number that the host is told, positive to slow it down.
 
+Manners of --misbehave, for an answer or, with STREAM_DATA, for what is said while a stream runs:
+MANNERS
 Exit codes:
   0  ended as asked: --once, --seconds, or interrupted
   2  wrong arguments, or a --state that cannot be read
@@ -42,6 +44,18 @@ Exit codes:
   4  the output cannot be written, or there is no such folder
   5  --once and --seconds: nobody connected in time
   6  --once: the stream ended since its host fell silent)";
+
+// The list of manners in its place, so that it is the one that is read.
+std::string footerText() {
+    std::string list, text = footer;
+    for (const MannerName& manner : manners()) {
+        std::string line = "  " + std::string(manner.name);
+        line.resize(15, ' ');
+        list += line + std::string(manner.meaning) + '\n';
+    }
+    const std::string place = "MANNERS\n";
+    return text.replace(text.find(place), place.size(), list + '\n');
+}
 
 // Bounds do not keep out what compares with nothing.
 const CLI::Validator isFinite(
@@ -69,7 +83,8 @@ CommandLine readCommandLine(int count, char** values) {
         "A network audio device in software: found, negotiated with and played to by the "
         "Velmora driver.",
         "velmora-target");
-    app.footer(footer);
+    app.footer(footerText());
+    app.set_version_flag("--version", VELMORA_RELEASE);
     app.get_formatter()->column_width(34);
 
     const std::string device = "The device", format = "Formats", stream = "The stream",
@@ -175,6 +190,23 @@ CommandLine readCommandLine(int count, char** values) {
         ->check(isFinite)
         ->type_name("PPM")
         ->group(stream);
+    app.add_option("--clock-drift", raw.clockDrift,
+                   "own clock comes and goes by so much besides, there and back in so long")
+        ->delimiter(',')
+        ->expected(2)
+        ->check(isFinite)
+        ->type_name("PPM,SECONDS")
+        ->group(stream);
+    app.add_option("--ask", raw.ask,
+                   "asks for packets again that have been missing so long, from and to; hosts keep "
+                   "about a second")
+        ->delimiter(',')
+        ->expected(2)
+        ->check(CLI::Range(0.0, 2000.0))
+        ->check(isFinite)
+        ->type_name("MIN,MAX ms")
+        ->default_str("0,400")
+        ->group(stream);
     app.add_option("--feedback", target.feedbackEncoding, "encoding")
         ->check(CLI::Range(1, 3))
         ->type_name("1|2|3")
@@ -234,6 +266,11 @@ CommandLine readCommandLine(int count, char** values) {
         ->group(faults);
     app.add_option("--refuse", raw.refused, "refuses this message; may be repeated")
         ->type_name("MESSAGE")
+        ->allow_extra_args(false)
+        ->group(faults);
+    app.add_option("--misbehave", raw.misbehave,
+                   "answers this message in one of the manners below; may be repeated")
+        ->type_name("MESSAGE=MANNER")
         ->allow_extra_args(false)
         ->group(faults);
     app.add_option("--status", target.endStatus,

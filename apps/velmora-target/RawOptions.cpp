@@ -9,6 +9,7 @@
 #include "target/Messages.h"
 #include "target/OutputChoice.h"
 #include "wire/DiscoveryMessage.h"
+#include "wire/StreamMessage.h"
 
 namespace velmora_target {
 
@@ -88,6 +89,27 @@ std::map<std::uint16_t, double> sharesOf(const std::string& option,
         shares[messageIdOf(option, entry.substr(0, equals))] = percent;
     }
     return shares;
+}
+
+// "STEP=MANNER" each.
+Manners mannersOf(const std::string& option, const std::vector<std::string>& entries) {
+    Manners result;
+    for (const std::string& entry : entries) {
+        const auto equals = entry.find('=');
+        if (equals == std::string::npos) refuse(option, entry + " is not STEP=MANNER");
+        const std::uint16_t step = messageIdOf(option, entry.substr(0, equals));
+        const auto manner = mannerNamed(entry.substr(equals + 1));
+        if (!manner) {
+            std::string known;
+            for (const MannerName& m : manners()) known += " " + std::string(m.name);
+            refuse(option, entry + ": no such manner; there are" + known);
+        }
+        if (manner->ofStreamAlone && step != VELMORA::wire::STREAM_DATA::id) {
+            refuse(option, entry + ": only of STREAM_DATA");
+        }
+        result[step] = manner->manner;
+    }
+    return result;
 }
 
 // "BYTES,PACKETS,BLOCKS".
@@ -200,11 +222,25 @@ void finish(const CLI::App& app, const RawOptions& raw, Options& options) {
     if (app.count("--buffer") != 0) {
         target.bufferMicros = static_cast<std::uint64_t>(std::llround(raw.bufferMs * 1000));
     }
+    if (!raw.clockDrift.empty()) {
+        target.clockDrift = {raw.clockDrift[0], raw.clockDrift[1]};
+        if (!(std::abs(target.clockDrift.ppm) <= 50000) ||
+            !(target.clockDrift.seconds >= 0.1 && target.clockDrift.seconds <= 1e6)) {
+            refuse("--clock-drift", "up to 50000 ppm in 0.1 to 1000000 seconds");
+        }
+    }
+    const auto microsOfMillis = [](double ms) {
+        return static_cast<std::uint64_t>(std::llround(ms * 1000));
+    };
+    if (raw.ask[0] > raw.ask[1]) refuse("--ask", "the shorter time comes first");
+    target.askAfter = microsOfMillis(raw.ask[0]);
+    target.askUntil = microsOfMillis(raw.ask[1]);
     target.phaseInvert = raw.phase == "invert";
     target.silent = messagesOf("--silent", raw.silent);
     target.refused = messagesOf("--refuse", raw.refused);
     target.lost = sharesOf("--lose", raw.lost);
     target.lostAnswers = sharesOf("--lose-answers", raw.lostAnswers);
+    target.manners = mannersOf("--misbehave", raw.misbehave);
     // Audio packets that are lost on purpose are counted by their stream.
     if (const auto audio = target.lost.extract(VELMORA::wire::STREAM_DATA::id)) {
         target.dropPercent = audio.mapped();

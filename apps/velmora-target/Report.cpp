@@ -1,6 +1,7 @@
 #include "apps/velmora-target/Report.h"
 
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -48,6 +49,7 @@ void addFigures(Json& object, const Figures& f) {
     object["bytes"] = f.bytes;
     object["fillMicros"] = static_cast<std::int64_t>(f.fillMicros);
     object["targetMicros"] = static_cast<std::int64_t>(f.targetMicros);
+    object["clockPpm"] = std::round(f.clockPpm * 10) / 10;
     object["latencyMicros"] = f.latency * 100;
     object["packets"] = f.packets;
     object["dropped"] = f.dropped;

@@ -45,6 +45,12 @@ TEST_F(FindProgram, HelpsWithEveryCommandAndEveryExitCode) {
     }
 }
 
+TEST_F(FindProgram, TellsItsRelease) {
+    EXPECT_EQ(run("--version"), 0);
+    EXPECT_EQ(output, VELMORA_RELEASE "\n");
+    EXPECT_THAT(errors, IsEmpty());
+}
+
 TEST_F(FindProgram, HelpsWithTheOptionsOfEachCommand) {
     const std::vector<std::pair<std::string, std::vector<std::string>>> commands = {
         {"list", {"--all", "--interface", "--json"}},

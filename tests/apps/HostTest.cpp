@@ -248,4 +248,40 @@ TEST(Host, ARateThatIsTheSameIsNoNews) {
     play(driver, source);
 }
 
+TEST(Host, TellsHowItWent) {
+    FakeDriver driver;
+    ListSource source(1, std::vector<double>(40, 0.5));
+    Host host(driver, source);
+    EXPECT_EQ(host.times().init, -1);
+    EXPECT_FALSE(host.play(0, [](const Progress&) { return true; }));
+    const velmora_play::Times& times = host.times();
+    EXPECT_GT(times.began, 0);
+    EXPECT_GE(times.init, 0);
+    EXPECT_GE(times.start, 0);
+    EXPECT_GE(times.stop, 0);
+    EXPECT_LE(times.firstSwitch, times.lastSwitch);
+    EXPECT_LE(times.longestGap, times.lastSwitch - times.firstSwitch);
+    EXPECT_LE(times.init, times.firstSwitch);
+
+    FakeDriver closed;
+    closed.inits = false;
+    Host none(closed, source);
+    EXPECT_TRUE(none.play(0, [](const Progress&) { return true; }));
+    EXPECT_GE(none.times().init, 0);
+    EXPECT_EQ(none.times().start, -1);
+    EXPECT_EQ(none.times().stop, -1);
+    EXPECT_EQ(none.times().firstSwitch, -1);
+}
+
+TEST(Host, PlaysOnBehindACallbackThatWasHeldUp) {
+    FakeDriver driver;
+    ListSource source(1, {0.5, -0.5, 0.5, -0.5, 0.5, -0.5, 0.5, -0.5, 0.25});
+    Host host(driver, source, {.stall = std::chrono::minutes(1)},
+              {.length = std::chrono::milliseconds(2), .atFrame = 4});
+    EXPECT_FALSE(host.play(4, [](const Progress&) { return true; }));
+    EXPECT_EQ(driver.written(0, 36),
+              bytes("00000040 000000c0 00000040 000000c0 00000040 000000c0 00000040 000000c0 "
+                    "00000020"));
+}
+
 }  // namespace

@@ -51,6 +51,12 @@ TEST_F(PlayProgram, HelpsWithEveryOptionAndEveryExitCode) {
         EXPECT_THAT(codes, HasSubstr(" " + std::to_string(code) + " "));
 }
 
+TEST_F(PlayProgram, TellsItsRelease) {
+    EXPECT_EQ(run("--version"), 0);
+    EXPECT_EQ(output, VELMORA_RELEASE "\n");
+    EXPECT_THAT(errors, IsEmpty());
+}
+
 TEST_F(PlayProgram, ExitsWithTwoForWrongArguments) {
     const char* wrong[] = {
         "",

@@ -93,6 +93,20 @@ TEST_F(PlayoutTest, ASlowClockFillsTheBufferByItsDeviation) {
     EXPECT_NEAR(playout.fillMicros(), 20'000 + 5'000 - 1'000, 60);
 }
 
+TEST_F(PlayoutTest, ADriftingClockDrainsTheBufferAndFillsItAgain) {
+    // 10,000 ppm over 2 s: half of it is 6.4 ms.
+    Playout playout({pcm16Stereo48(), 20'000, 0, false, {10'000, 2}}, output);
+    feed(playout, 1020);
+    playout.advance(now);
+    EXPECT_NEAR(playout.fillMicros(), 20'000 - 6'366 - 1'000, 60);
+    EXPECT_NEAR(playout.clockPpm(), 0, 50);
+    feed(playout, 500);
+    EXPECT_NEAR(playout.clockPpm(), -10'000, 50);
+    feed(playout, 500);
+    playout.advance(now);
+    EXPECT_NEAR(playout.fillMicros(), 20'000 - 1'000, 60);
+}
+
 TEST_F(PlayoutTest, AnUnderrunPausesUntilTheBufferIsFullAgainAndWritesNothingForThePause) {
     Playout playout = make(3000);
     feed(playout, 3);
@@ -226,6 +240,46 @@ TEST(PlayClock, ACorrectionCountsFromItsTime) {
     EXPECT_NEAR(static_cast<double>(clock.framesDue(2'000'000)), 96048, 1);
     clock.setCorrection(2'000'000, 0);
     EXPECT_NEAR(static_cast<double>(clock.framesDue(3'000'000)), 144048, 1);
+}
+
+TEST(PlayClock, ADriftComesAndGoes) {
+    // A sine of 1000 ppm over 100 s: half of it brings 1000 ppm * 100 s / pi, the other takes it
+    // back.
+    struct Case {
+        const char* why;
+        std::uint64_t at;   // µs since the start
+        double ppm, extra;  // frames
+    };
+    constexpr Case cases[] = {
+        {"at first", 0, 20, 0},
+        {"a quarter of the way", 25'000'000, 1020, 763.9 + 24},
+        {"half of it", 50'000'000, 20, 1527.9 + 48},
+        {"on the other side", 75'000'000, -980, 763.9 + 72},
+        {"back again", 100'000'000, 20, 96},
+        {"ten times round", 1'000'000'000, 20, 960},
+    };
+    PlayClock clock(48000, 20, {1000, 100});
+    EXPECT_NEAR(clock.deviation(5), 20, 1e-6) << "before the start";
+    clock.start(7'000'000);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.why);
+        EXPECT_NEAR(clock.deviation(7'000'000 + c.at), c.ppm, 1e-6);
+        EXPECT_NEAR(static_cast<double>(clock.framesDue(7'000'000 + c.at)),
+                    static_cast<double>(c.at) * 0.048 + c.extra, 1.1);
+    }
+}
+
+TEST(PlayClock, ADriftGoesOnThroughCorrectionsAndLaterStarts) {
+    PlayClock clock(48000, 0, {1000, 100});
+    clock.start(0);
+    clock.setCorrection(25'000'000, 100);
+    EXPECT_NEAR(clock.deviation(25'000'000), 1100, 1e-6);
+    EXPECT_NEAR(static_cast<double>(clock.framesDue(25'000'000)), 1'200'763.9, 1.1);
+    EXPECT_NEAR(static_cast<double>(clock.framesDue(50'000'000)), 2'401'527.9 + 120, 1.1);
+    clock.setCorrection(50'000'000, 0);
+    clock.start(50'000'000);
+    EXPECT_EQ(clock.framesDue(50'000'000), 0u);
+    EXPECT_NEAR(static_cast<double>(clock.framesDue(100'000'000)), 2'400'000 - 1527.9, 1.1);
 }
 
 }  // namespace

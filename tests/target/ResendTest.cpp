@@ -57,6 +57,30 @@ TEST_F(ResendTest, WaitsTwoBurstsForAnAnswerWhereBurstsAreSlow) {
     EXPECT_TRUE(requests.due(queue, 20'000, 41'000));
 }
 
+TEST_F(ResendTest, LeavesAYoungHoleTimeToFillItself) {
+    ResendRequests patient({.youngest = 20'000});
+    put(0, 0);
+    put(2, 1000);
+    put(4, 10'000);
+    EXPECT_EQ(patient.nextTime(queue, 1000, 10'000), 20'000u);
+    EXPECT_FALSE(patient.due(queue, 1000, 19'999));
+    put(1, 19'999);
+    EXPECT_EQ(patient.nextTime(queue, 1000, 20'000), 21'000u) << "the next one's";
+    EXPECT_FALSE(patient.due(queue, 1000, 20'999));
+    const auto request = patient.due(queue, 1000, 21'000);
+    ASSERT_TRUE(request);
+    EXPECT_EQ(request->from, 3);
+}
+
+TEST_F(ResendTest, AsksForOldOnesAsLongAsItIsTold) {
+    ResendRequests stubborn({.oldest = 950'000});
+    put(0, 0);
+    put(9, 900'000);
+    EXPECT_FALSE(requests.due(queue, 1000, 900'000)) << "by default it has given up";
+    EXPECT_TRUE(stubborn.due(queue, 1000, 950'000));
+    EXPECT_FALSE(stubborn.due(queue, 1000, 956'000));
+}
+
 TEST_F(ResendTest, ANewHoleIsAskedForSoonerButNotAtOnce) {
     put(0, 0);
     put(2, 1000);
