@@ -27,9 +27,10 @@ log_step() {
     fi
 }
 
+# need_packages [PACKAGE...]: those that all commands need, and these.
 need_packages() {
     local missing=() package
-    for package in "${packages[@]}"; do
+    for package in "${packages[@]}" "$@"; do
         dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
     done
     [ ${#missing[@]} = 0 ] && return
@@ -150,13 +151,18 @@ in_target() { in_space "$net_target" "$@"; }
 lose() {
     as_root ip netns exec "$net_target" nft flush ruleset
     [ "$1" = 0 ] && return
-    # Only what is long enough to carry audio is lost: the talk before the stream has its own tests.
+    # Only what is long enough to carry audio is lost, a millisecond of CD and more: the talk before the stream
+    # has its own tests.
     as_root ip netns exec "$net_target" nft -f - <<EOF
 table inet velmora {
     chain lossy {
         type filter hook input priority 0;
-        udp length > 200 numgen random mod 1000 < $1 drop
+        udp length > 180 numgen random mod 1000 < $1 counter drop
     }
 }
 EOF
+}
+# How many were lost by the rule in force.
+lost_so_far() {
+    as_root ip netns exec "$net_target" nft list ruleset | sed -nE 's/.*counter packets ([0-9]+).*/\1/p'
 }

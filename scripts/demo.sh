@@ -16,6 +16,12 @@ windows_settings_folder() {
     printf '%s' "$users/$(id -un)/AppData/Roaming"
 }
 
+# The build of player and target that plays natively, and what stands in front of each: a tool that watches it.
+native_preset=release
+player_prefix=()
+target_prefix=()
+played() { printf '%s' "$build/$native_preset/bin/$1"; }
+
 # play_over_the_net NATIVE WORK FILE WRITTEN TARGET_ARGS -- PLAYER_ARGS: one session in the two namespaces.
 # Leaves target.json, target.log, player.log and driver.log in WORK; gives the player's exit code. Once the
 # target answers, the command in before_play runs, if there is one.
@@ -27,14 +33,17 @@ play_over_the_net() {
     while [ "$1" != -- ]; do target_args+=("$1"); shift; done
     shift
     rm -f "$work"/target.json "$work"/target.log "$work"/player.log "$work"/driver.log "$written"
-    in_target "$(native velmora-target)" --interface vtarget --once --seconds 300 --json --output "$written" \
-        "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
+    in_target "${target_prefix[@]}" "$(played velmora-target)" --interface vtarget --once --seconds 300 --json \
+        --output "$written" "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
     local target=$! tries=0
-    until [ -s "$work/target.json" ] || [ $tries -ge 100 ]; do sleep 0.05; tries=$((tries + 1)); done
+    until [ -s "$work/target.json" ] || ! kill -0 $target 2>/dev/null || [ $tries -ge 600 ]; do
+        sleep 0.05
+        tries=$((tries + 1))
+    done
     $before_play
     local code=0
     if [ "$is_native" = yes ]; then
-        in_host env XDG_CONFIG_HOME="$work/config" "$(native velmora-play)" --file "$file" \
+        in_host env XDG_CONFIG_HOME="$work/config" "${player_prefix[@]}" "$(played velmora-play)" --file "$file" \
             --driver-log "$work/driver.log" "$@" 2>"$work/player.log" || code=$?
     else
         in_host env "${wine_variables[@]}" wine "$(exe velmora-play)" \

@@ -1,6 +1,6 @@
 # ./dev test: every suite, and a count of all tests at the end. Sourced by ./dev.
 
-suite_names=(format asan tsan windows native-e2e wine-e2e)
+suite_names=(format asan tsan windows dll native-e2e tsan-e2e wine-e2e)
 total_passed=0
 total_failed=0
 
@@ -68,10 +68,11 @@ suite_windows() {
     end_wine
 }
 
-# The table of tests/e2e/cases.txt and the cases of scripts/find-e2e.sh, natively or under Wine.
+# suite_e2e SUITE NATIVE WHERE [ONLY]: the table of tests/e2e/cases.txt and the cases of scripts/find-e2e.sh,
+# natively or under Wine; with ONLY those of the table alone whose names it matches.
 suite_e2e() {
-    local suite=$1 is_native=$2 where=$3 passed=0 failed=0
-    local work=$build/e2e-$where settings
+    local suite=$1 is_native=$2 where=$3 only=${4-} passed=0 failed=0
+    local work=$build/e2e-${suite%-e2e} settings
     mkdir -p "$work"
     if [ "$is_native" = yes ]; then settings=$work/config; else settings=$(windows_settings_folder); fi
     need_namespaces
@@ -81,6 +82,7 @@ suite_e2e() {
         place=${place// /}
         loss=${loss// /}
         [ "$place" = both ] || [ "$place" = "$where" ] || continue
+        [ -z "$only" ] || [[ $name =~ $only ]] || continue
         local kind=wav
         case $file_args in *--dsd*) kind=dsf ;; esac
         local id file written
@@ -103,7 +105,8 @@ suite_e2e() {
         play_over_the_net "$is_native" "$work/$id" "$file" "$written" $target_args -- >"$work/$id/out.log" 2>&1 || code=$?
         lose 0
         if [ $code = 0 ] && "$(native velmora-audio)" compare --target-summary "$work/$id/target.json" \
-            "$file" "$written" >"$work/$id/compare.log" 2>&1; then
+            "$file" "$written" >"$work/$id/compare.log" 2>&1 &&
+            ! grep -q ThreadSanitizer "$work/$id/player.log" "$work/$id/target.log"; then
             passed=$((passed + 1))
             rm -f "$written"
         else
@@ -112,14 +115,29 @@ suite_e2e() {
             tail -n 5 "$work/$id/player.log" "$work/$id/target.log" "$work/$id/compare.log" 2>/dev/null || true
         fi
     done < <(grep -vE '^#|^ *$' tests/e2e/cases.txt)
-    find_e2e "$where" "$work"
+    if [ -z "$only" ]; then
+        find_e2e "$where" "$work"
+        passed=$((passed + find_passed))
+        failed=$((failed + find_failed))
+    fi
     drop_namespaces
-    count "$suite" $((passed + find_passed)) $((failed + find_failed))
+    count "$suite" $passed $failed
 }
 
 suite_native-e2e() {
     build_preset release velmora-target velmora-play velmora-audio velmora-find
     suite_e2e native-e2e yes native
+}
+
+# A whole stream with every thread of player and target watched. No report is suppressed: one is a failure, by
+# its text, and by the player's code.
+suite_tsan-e2e() {
+    build_preset tsan velmora-target velmora-play
+    build_preset release velmora-audio
+    local native_preset=tsan
+    local player_prefix=(env TSAN_OPTIONS=halt_on_error=0:exitcode=66) target_prefix
+    target_prefix=("${player_prefix[@]}")
+    suite_e2e tsan-e2e yes native '^(pcm16 with 1 % lost|cycles of the host)'
 }
 
 suite_wine-e2e() {
@@ -142,6 +160,7 @@ run_tests() {
     need_packages
     . scripts/demo.sh
     . scripts/find-e2e.sh
+    . scripts/dll.sh
     trap 'drop_find_e2e; end_wine; drop_namespaces' EXIT
     for suite in "${suites[@]}"; do "suite_$suite"; done
     say ""

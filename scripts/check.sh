@@ -1,0 +1,42 @@
+# ./dev lint and ./dev coverage: what reads the code instead of running it, and how much of it the tests
+# run. Sourced by ./dev.
+
+own_folders=(platform base src wire find sync driver target apps)
+
+# clang-tidy with the checks of .clang-tidy, then cppcheck; a finding of either is a failure.
+lint() {
+    need_packages clang-tidy cppcheck
+    build_preset debug velmora_test_support  # what is generated has to be there
+    local database=$build/debug found=0 filter
+    filter="^$root/($(IFS='|'; printf '%s' "${own_folders[*]}"))/"
+    say "clang-tidy"
+    run-clang-tidy -quiet -p "$database" -j "$(nproc)" "$filter" >"$logs/clang-tidy.log" 2>"$logs/clang-tidy.err" || true
+    if grep -E '(warning|error):' "$logs/clang-tidy.log" | sort -u; then found=1; fi
+    say "cppcheck"
+    cppcheck --project="$database/compile_commands.json" -j "$(nproc)" --quiet --inline-suppr \
+        --enable=warning,performance,portability --suppressions-list=.cppcheck \
+        --file-filter="$root/*" -i "$root/tests" -i "$root/bench" -i "$root/fuzz" \
+        --template='{file}:{line}: {severity}: {message} [{id}]' >"$logs/cppcheck.log" 2>&1 || true
+    if grep -E ': (error|warning|performance|portability):' "$logs/cppcheck.log" | sort -u; then found=1; fi
+    [ $found = 0 ] || fail "Findings above; whole logs in build/log/clang-tidy.log and cppcheck.log."
+    say "Nothing found."
+}
+
+# The system's own code under its native tests: unit tests, and the programs between two namespaces.
+coverage_lines=95
+coverage_branches=90
+coverage() {
+    need_packages gcovr
+    build_preset coverage tests/all fuzz/all velmora-target velmora-play velmora-audio velmora-find
+    find "$build/coverage" -name '*.gcda' -delete
+    say "Running the tests"
+    run_ctest coverage coverage -j 2
+    local folder filters=()
+    for folder in "${own_folders[@]}"; do filters+=(--filter "$root/$folder/"); done
+    mkdir -p "$build/coverage-report"
+    gcovr --root "$root" --object-directory "$build/coverage" "${filters[@]}" \
+        --exclude-throw-branches --exclude-unreachable-branches -j "$(nproc)" \
+        --html-details "$build/coverage-report/index.html" --json-summary "$build/coverage-report/summary.json" \
+        --txt "$build/coverage-report/lines.txt" --print-summary \
+        --fail-under-line $coverage_lines --fail-under-branch $coverage_branches
+}
