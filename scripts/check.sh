@@ -3,19 +3,24 @@
 
 own_folders=(platform base src wire find sync driver target apps)
 
-# clang-tidy with the checks of .clang-tidy, then cppcheck; a finding of either is a failure.
+# lint [FOLDER...]: clang-tidy with the checks of .clang-tidy, then cppcheck; a finding of either is a failure.
 lint() {
-    need_packages clang-tidy cppcheck
-    build_preset debug velmora_test_support  # what is generated has to be there
-    local database=$build/debug found=0 filter
-    filter="^$root/($(IFS='|'; printf '%s' "${own_folders[*]}"))/"
+    local folders=("$@")
+    [ ${#folders[@]} -gt 0 ] || folders=("${own_folders[@]}")
+    need_packages clang clang-tidy cppcheck
+    # Nothing is built: the commands of a build with clang are all that is read.
+    local database=$build/lint found=0 filter
+    log_step "Configuring lint" configure-lint cmake --preset lint
+    filter="^$root/($(IFS='|'; printf '%s' "${folders[*]}"))/"
     say "clang-tidy"
     run-clang-tidy -quiet -p "$database" -j "$(nproc)" "$filter" >"$logs/clang-tidy.log" 2>"$logs/clang-tidy.err" || true
     if grep -E '(warning|error):' "$logs/clang-tidy.log" | sort -u; then found=1; fi
     say "cppcheck"
+    local folder filters=()
+    for folder in "${folders[@]}"; do filters+=("--file-filter=$root/$folder/*"); done
     cppcheck --project="$database/compile_commands.json" -j "$(nproc)" --quiet --inline-suppr \
         --enable=warning,performance,portability --suppressions-list=.cppcheck \
-        --file-filter="$root/*" -i "$root/tests" -i "$root/bench" -i "$root/fuzz" \
+        "${filters[@]}" \
         --template='{file}:{line}: {severity}: {message} [{id}]' >"$logs/cppcheck.log" 2>&1 || true
     if grep -E ': (error|warning|performance|portability):' "$logs/cppcheck.log" | sort -u; then found=1; fi
     [ $found = 0 ] || fail "Findings above; whole logs in build/log/clang-tidy.log and cppcheck.log."
