@@ -171,8 +171,6 @@ StreamWorker::Step StreamWorker::pass() {
         LogLine(6) << "   timeout " << silentFor;
         return leave();
     }
-    // A target that keeps asking for old packets keeps new ones from going out, and the end of the
-    // stream with them.
     if (hasReached(heldUp_, 4 * std::min(noAnswerLimit_, mostSilence))) {
         LogLine(6) << "   timeout " << heldUp_;
         return leave();

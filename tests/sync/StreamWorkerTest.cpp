@@ -396,31 +396,49 @@ TEST(StreamWorker, AWaitingThreadReadsAtOnce) {
 }
 
 TEST(StreamWorker, TheLastTwoTicksOfAWaitAreSleptExactly) {
-    Session s;
-    s.prepare(Session::fixRow(10000, 1));
-    s.network.time.hasExactSleep = true;
-    s.leaveAt(16000);
-    EXPECT_TRUE(s.sync.streamWorker());
-    const auto packets = s.packets();
-    ASSERT_EQ(packets.size(), 3u);
-    EXPECT_EQ(packets[1].at, 5000u);
-    EXPECT_EQ(packets[2].at, 15000u);
-    EXPECT_EQ(s.network.time.exactSleeps, std::vector<std::uint32_t>(8, 500));
+    struct Case {
+        std::uint32_t cycle;
+        std::vector<std::uint32_t> sleeps;  // of the first two cycles
+    };
+    const Case cases[] = {
+        {10000, {500, 500, 500, 500, 500, 500, 500, 500}},
+        {1300, {500, 150, 500, 500, 300}},  // shorter than two ticks: as a whole
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.cycle);
+        Session s;
+        s.prepare(Session::fixRow(c.cycle, 1));
+        s.network.time.hasExactSleep = true;
+        s.leaveAt(c.cycle * 3 / 2 + 1);
+        EXPECT_TRUE(s.sync.streamWorker());
+        const auto packets = s.packets();
+        ASSERT_EQ(packets.size(), 3u);
+        EXPECT_EQ(packets[1].at, c.cycle / 2);
+        EXPECT_EQ(packets[2].at, c.cycle / 2 + c.cycle);
+        auto& sleeps = s.network.time.exactSleeps;
+        ASSERT_GE(sleeps.size(), c.sleeps.size());
+        sleeps.resize(c.sleeps.size());
+        EXPECT_EQ(sleeps, c.sleeps);
+    }
 }
 
-TEST(StreamWorker, AShortWaitIsSleptExactlyAsAWhole) {
-    Session s;
-    s.prepare(Session::fixRow(1300, 1));
-    s.network.time.hasExactSleep = true;
-    s.leaveAt(2000);
-    EXPECT_TRUE(s.sync.streamWorker());
-    const auto packets = s.packets();
-    ASSERT_EQ(packets.size(), 3u);
-    EXPECT_EQ(packets[1].at, 650u);
-    EXPECT_EQ(packets[2].at, 1950u);
-    EXPECT_EQ((std::vector<std::uint32_t>(s.network.time.exactSleeps.begin(),
-                                          s.network.time.exactSleeps.begin() + 5)),
-              (std::vector<std::uint32_t>{500, 150, 500, 500, 300}));
+TEST(StreamWorker, RightBeforeADeadlineWhoPollsItsEndLooksAtTheClockAlone) {
+    struct Case {
+        std::uint64_t at;        // of a resend request; the deadline is 1500
+        std::uint16_t sequence;  // of the packet that goes out there
+    };
+    for (const Case& c : {Case{1450, 0}, Case{1490, 2}}) {
+        SCOPED_TRACE(c.at);
+        Session s(VELMORA::NOSHORTSLEEP);
+        s.prepare(Session::fixRow(1000, 1));
+        s.network.time.tickPerRead = 1;
+        s.say(c.at, resendFrom(0));
+        s.leaveAt(2300);
+        EXPECT_TRUE(s.sync.streamWorker());
+        const auto packets = s.packets();
+        ASSERT_GE(packets.size(), 3u);
+        EXPECT_EQ(packets[2].sequence, c.sequence);
+    }
 }
 
 TEST(StreamWorker, WhatComesDuringAnExactSleepIsReadBehindIt) {
