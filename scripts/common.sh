@@ -118,6 +118,11 @@ container: start it with --privileged, or with --cap-add NET_ADMIN --cap-add SYS
     as_root ip link add vhost netns "$net_host" type veth peer name vtarget netns "$net_target"
     as_root ip -n "$net_host" link set vhost up
     as_root ip -n "$net_target" link set vtarget up
+    need_link_local
+}
+
+# Until both ends of the link can be spoken to.
+need_link_local() {
     local tries=0
     until as_root ip -n "$net_host" -6 addr show dev vhost scope link | grep -q 'fe80' &&
         as_root ip -n "$net_target" -6 addr show dev vtarget scope link | grep -q 'fe80'; do

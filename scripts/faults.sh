@@ -73,13 +73,7 @@ wire_relay() {
         as_root ip -n "$net_relay" link set "r$side" up
         as_root ip -n "$far" link set "v$side" up
     done
-    local tries=0
-    until as_root ip -n "$net_host" -6 addr show dev vhost scope link | grep -q 'fe80' &&
-        as_root ip -n "$net_target" -6 addr show dev vtarget scope link | grep -q 'fe80'; do
-        tries=$((tries + 1))
-        [ $tries -lt 100 ] || fail "The links to the relay have no link-local address."
-        sleep 0.05
-    done
+    need_link_local
 }
 unwire_relay() {
     as_root ip -n "$net_host" link del vhost 2>/dev/null || true
