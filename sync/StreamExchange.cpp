@@ -15,20 +15,61 @@ namespace {
 
 enum class Verdict { passOver, useless, answer };
 
-Verdict judge(const ZENNO::Link& link, const ZENNO::Bytes& datagram, const IPAddress& from,
-              const IPAddress& to, std::uint16_t requestId, std::uint16_t answerId) {
-    const auto packet = wire::readPacket(datagram);
-    if (!packet) {
-        LogLine(7) << "sendAck RCV errpacket:" << static_cast<std::uint64_t>(datagram.size());
-        return Verdict::passOver;
+// Datagrams read at most before a request goes out, some milliseconds' worth of reading.
+constexpr int mostBacklog = 4096;
+
+// What one exchange makes of the datagrams that come.
+class Listener {
+public:
+    Listener(ZENNO::Link& link, const IPAddress& to, const ZENNO::Bytes& request,
+             std::uint16_t answerId, ZENNO::Bytes& answer)
+        : link_(link),
+          to_(to),
+          requestId_(wire::load16(request, 4)),
+          answerId_(answerId),
+          answer_(answer) {}
+
+    // Reads one; an answer is handed out. False: the read failed, and `verdict` is as it was.
+    bool read(Verdict& verdict) {
+        IPAddress from;
+        if (!link_.receiveFrom(datagram_, from)) return false;
+        verdict = judge(from);
+        if (verdict == Verdict::answer) answer_ = std::move(datagram_);
+        return true;
     }
-    if (!isFrom(link, from, to)) return Verdict::passOver;
-    LogLine(7) << "sendAck[" << link.fixedScope() << "," << to.scope << "," << from.scope
-               << "]RCV:" << packet->id();
-    if (packet->id() == requestId) return Verdict::useless;
-    if (packet->id() != answerId) return Verdict::passOver;
-    return packet->accepted() ? Verdict::answer : Verdict::useless;
-}
+
+    // What lies there before the request goes out: left in the socket's buffer it could keep the
+    // answer out, and that would be missed only after a silent wait. An answer from before counts
+    // like one that comes.
+    Verdict readBacklog() {
+        Verdict verdict = Verdict::passOver;
+        for (int i = 0; i < mostBacklog && verdict == Verdict::passOver; ++i) {
+            if (link_.poll() != ZENNO::waitReady || !read(verdict)) break;
+        }
+        return verdict;
+    }
+
+private:
+    Verdict judge(const IPAddress& from) const {
+        const auto packet = wire::readPacket(datagram_);
+        if (!packet) {
+            LogLine(7) << "sendAck RCV errpacket:" << static_cast<std::uint64_t>(datagram_.size());
+            return Verdict::passOver;
+        }
+        if (!isFrom(link_, from, to_)) return Verdict::passOver;
+        LogLine(7) << "sendAck[" << link_.fixedScope() << "," << to_.scope << "," << from.scope
+                   << "]RCV:" << packet->id();
+        if (packet->id() == requestId_) return Verdict::useless;
+        if (packet->id() != answerId_) return Verdict::passOver;
+        return packet->accepted() ? Verdict::answer : Verdict::useless;
+    }
+
+    ZENNO::Link& link_;
+    const IPAddress& to_;
+    std::uint16_t requestId_, answerId_;
+    ZENNO::Bytes& answer_;
+    ZENNO::Bytes datagram_;
+};
 
 }  // namespace
 
@@ -42,15 +83,19 @@ bool sendAck(ZENNO::Link& link, ZENNO::Clock& clock, const IPAddress& to,
              const ZENNO::Bytes& request, std::uint16_t answerId, ZENNO::Bytes& answer,
              const std::uint32_t& waitMicros) {
     answer.clear();
-    const std::uint16_t requestId = wire::load16(request, 4);
     const auto patience = static_cast<std::uint32_t>(std::min<std::uint64_t>(
         std::uint64_t{waitMicros} * exchangeTries + exchangePatience, 0x7fffffff));
     const std::uint32_t begin = clock.now();
 
-    ZENNO::Bytes datagram;
+    Listener listener(link, to, request, answerId, answer);
+    Verdict verdict = listener.readBacklog();
     for (int tries = 0; tries < exchangeTries; ++tries) {
-        if (!link.sendDatagramTo(request, to, /*retry=*/true)) return false;
+        if (!link.sendDatagramTo(request, to, /*retry=*/true)) {
+            answer.clear();
+            return false;
+        }
         for (;;) {
+            if (verdict != Verdict::passOver) return true;
             const int ready = link.waitReadable(waitMicros);
             if (ready == ZENNO::waitError) return false;
             if (ready == ZENNO::waitTimedOut) {
@@ -58,19 +103,10 @@ bool sendAck(ZENNO::Link& link, ZENNO::Clock& clock, const IPAddress& to,
                 if (hasReached(clock.now() - begin, patience)) return true;
                 break;
             }
-
-            IPAddress from;
-            if (!link.receiveFrom(datagram, from)) return false;
-            switch (judge(link, datagram, from, to, requestId, answerId)) {
-                case Verdict::answer:
-                    answer = std::move(datagram);
-                    return true;
-                case Verdict::useless:
-                    return true;
-                case Verdict::passOver:
-                    break;
+            if (!listener.read(verdict)) return false;
+            if (verdict == Verdict::passOver && hasReached(clock.now() - begin, patience)) {
+                return true;
             }
-            if (hasReached(clock.now() - begin, patience)) return true;
         }
     }
     return true;

@@ -19,7 +19,8 @@ bool isFrom(const ZENNO::Link& link, const ZENNO::IPAddress& from,
 // the request's own id. False: the socket failed.
 //
 // Strangers' datagrams and other ids are passed over, and each restarts the wait. A flood of them
-// is endured for five seconds beyond the three tries; then the target counts as silent.
+// is endured for five seconds beyond the three tries; then the target counts as silent. What a
+// flood left behind is read before the request goes out, so that the answer finds room.
 bool sendAck(ZENNO::Link& link, ZENNO::Clock& clock, const ZENNO::IPAddress& to,
              const ZENNO::Bytes& request, std::uint16_t answerId, ZENNO::Bytes& answer,
              const std::uint32_t& waitMicros);

@@ -95,7 +95,7 @@ void FakeNetwork::send(const IPAddress& from, const IPAddress& to, Bytes data) {
                                                 });
                 if (!member) continue;
             }
-            link->queue_.push_back(arrived);
+            if (link->queue_.size() < link->room) link->queue_.push_back(arrived);
         }
     });
 }

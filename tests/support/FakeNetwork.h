@@ -99,7 +99,9 @@ public:
     using Link::receiveFrom;
     std::int64_t sendOnce(ZENNO::BufferCS_const data, const IPAddress& to, bool) noexcept override;
 
-    int modeSwitches = 0;  // calls of setBlocking
+    int modeSwitches = 0;         // calls of setBlocking
+    std::size_t room = SIZE_MAX;  // datagrams that can lie here unread; more are lost
+    std::size_t unread() const { return queue_.size(); }
 
 private:
     friend class FakeNetwork;

@@ -118,6 +118,69 @@ TEST(StreamExchange, DropsWhatAnotherAddressPortOrScopeSends) {
     }
 }
 
+// Says `data` so early that it lies there before the request goes out. The target must know where
+// to: one request has gone before.
+void sayBefore(Asked& a, int times, const IPAddress& from, const Bytes& data) {
+    const IPAddress host = a.network.sent.front().from;
+    for (int i = 0; i < times; ++i) a.network.send(from, host, data);
+    a.network.time.advance(1000);
+    a.target.requests.clear();
+}
+
+TEST(StreamExchange, WhatAFloodLeftInTheSocketDoesNotKeepTheAnswerOut) {
+    Asked a;
+    a.ask();
+    auto& link = static_cast<FakeLink&>(*a.link);
+    link.room = 300;
+    sayBefore(a, 1000, a.control, datagram(99, 1));
+    ASSERT_EQ(link.unread(), 300u);
+    // It goes on for 2 ms, one datagram each microsecond, and is read at a tenth of that.
+    for (std::uint64_t micros = 1; micros < 2000; ++micros) {
+        a.say(micros, a.control, datagram(99, 1));
+    }
+    a.network.time.tickPerRead = 10;
+    a.target.on(4, good);
+    EXPECT_TRUE(a.ask());
+    EXPECT_EQ(a.answer, good);
+    EXPECT_EQ(a.target.requests.size(), 1u) << "nothing had to be asked twice";
+}
+
+TEST(StreamExchange, ReadsNoEndlessBacklogBeforeItAsks) {
+    Asked a;
+    a.ask();
+    sayBefore(a, 5000, a.control, datagram(99, 1));
+    std::size_t leftWhenAsked = 0;
+    a.network.fate = [&](const Datagram& datagram) {
+        if (datagram.toPeer) leftWhenAsked = static_cast<FakeLink&>(*a.link).unread();
+        return Fate{{.delay = 50, .cutTo = {}}};
+    };
+    a.target.on(4, good);
+    EXPECT_TRUE(a.ask());
+    EXPECT_EQ(a.answer, good);
+    EXPECT_EQ(leftWhenAsked, 5000u - 4096u);
+}
+
+TEST(StreamExchange, AnAnswerFromBeforeCountsOnceTheRequestHasGone) {
+    for (const Bytes& early : {good, datagram(5, 0), datagram(4, 1)}) {
+        Asked a;
+        a.ask();
+        sayBefore(a, 1, a.control, early);
+        EXPECT_TRUE(a.ask());
+        EXPECT_EQ(a.answer, early == good ? good : Bytes{});
+        EXPECT_EQ(a.network.sent.back().data, request) << "asked all the same";
+        EXPECT_TRUE(a.network.sent.back().toPeer);
+    }
+}
+
+TEST(StreamExchange, AnAnswerFromBeforeIsNoneWhereTheRequestCannotGo) {
+    Asked a;
+    a.ask();
+    sayBefore(a, 1, a.control, good);
+    a.network.sendError = 10051;
+    EXPECT_FALSE(a.ask());
+    EXPECT_TRUE(a.answer.empty());
+}
+
 TEST(StreamExchange, EachDatagramPassedOverRestartsTheWaitAndCountsNoTry) {
     Asked a;
     a.say(6000, a.control, datagram(7, 1));
