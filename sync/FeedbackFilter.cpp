@@ -40,12 +40,21 @@ void FeedbackFilter::onFeedback(std::int16_t value) noexcept {
 
 std::uint32_t FeedbackFilter::cycleFor(const TransferProfile& row) const noexcept {
     if (row.fixedBytes == 0) return row.cycle;
-    return static_cast<std::uint32_t>(row.cycle - scaled(row.cycle));
+    return static_cast<std::uint32_t>(row.cycle - scaled(row.cycle, adjust_));
 }
 
 std::uint32_t FeedbackFilter::framesFor(const TransferProfile& row) const noexcept {
+    return framesUnder(adjust_, row);
+}
+
+std::uint32_t FeedbackFilter::mostFramesFor(const TransferProfile& row) noexcept {
+    return framesUnder(mostAdjust, row);
+}
+
+std::uint32_t FeedbackFilter::framesUnder(std::int16_t adjust,
+                                          const TransferProfile& row) noexcept {
     if (row.fixedBytes != 0) return row.framesQ14;
-    return static_cast<std::uint32_t>(row.framesQ14 + scaled(row.framesQ14));
+    return static_cast<std::uint32_t>(row.framesQ14 + scaled(row.framesQ14, adjust));
 }
 
 std::string fixedText(std::int16_t value) {

@@ -30,11 +30,14 @@ public:
     // cycle changes, any other row's frames.
     std::uint32_t cycleFor(const TransferProfile& row) const noexcept;
     std::uint32_t framesFor(const TransferProfile& row) const noexcept;
+    // The most that framesFor ever gives.
+    static std::uint32_t mostFramesFor(const TransferProfile& row) noexcept;
 
 private:
-    std::int64_t scaled(std::uint32_t value) const noexcept {
-        return (std::int64_t{adjust_} * value) >> 14;
+    static std::int64_t scaled(std::uint32_t value, std::int16_t by) noexcept {
+        return (std::int64_t{by} * value) >> 14;
     }
+    static std::uint32_t framesUnder(std::int16_t adjust, const TransferProfile& row) noexcept;
 
     std::uint32_t depth_;                    // 1 to 8
     std::array<std::int16_t, 8> history_{};  // newest first

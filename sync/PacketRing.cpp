@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "sync/FeedbackFilter.h"
 #include "wire/StreamMessage.h"
 
 namespace VELMORA {
@@ -10,6 +11,7 @@ namespace VELMORA {
 namespace {
 
 constexpr std::uint32_t smallestRing = 32;
+constexpr std::uint16_t plainPacketSize = 1428;  // what a packet of 1500 bytes has room for
 // What a header can still tell of a packet in its longer form.
 constexpr std::uint64_t mostPayload = 65535 - 25;
 
@@ -66,10 +68,13 @@ std::uint16_t PacketRing::sizeFor(const TransferProfile& row) noexcept {
 
 std::uint64_t PacketRing::largestPayload(std::span<const TransferProfile> rows,
                                          std::uint16_t maxPacketSize, std::uint16_t frameBytes) {
-    std::uint64_t most = maxPacketSize;
+    std::uint64_t most = std::min(maxPacketSize, plainPacketSize);
     for (const TransferProfile& row : rows) {
         const std::uint64_t prefilled = std::uint64_t{row.framesQ14 >> 14} * frameBytes;
-        most = std::max({most, std::uint64_t{row.fixedBytes}, prefilled});
+        // One frame more where the fractions add up.
+        const std::uint64_t frames = (FeedbackFilter::mostFramesFor(row) >> 14) + 1;
+        const std::uint64_t playing = std::min<std::uint64_t>(frames * frameBytes, maxPacketSize);
+        most = std::max({most, std::uint64_t{row.fixedBytes}, prefilled, playing});
     }
     return most;
 }

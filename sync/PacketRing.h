@@ -51,7 +51,9 @@ public:
     // Slots for about a second of `row`: a power of two, at least 32, kept in 16 bits; 0 where
     // there is no such ring (65536 packets, or a cycle of 0).
     static std::uint16_t sizeFor(const TransferProfile& row) noexcept;
-    // Bytes of the largest packet that any of `rows` asks for, and at least `maxPacketSize`.
+    // Bytes of the largest packet that any of `rows` can come to, feedback at its most included,
+    // and at least `maxPacketSize` up to that of a plain Ethernet. What a target says that it could
+    // take beyond that takes no memory.
     static std::uint64_t largestPayload(std::span<const TransferProfile> rows,
                                         std::uint16_t maxPacketSize, std::uint16_t frameBytes);
 

@@ -59,6 +59,10 @@ TEST(PacketRing, TakesMemoryForTheLargestPacketOfAnyRow) {
         {"the limit of a packet", {.fixedBytes = 360}, {}, 1428, 1428},
         {"a fixed payload beyond it", {}, {.fixedBytes = 2000}, 1428, 2000},
         {"prefilled silence beyond it", {.framesQ14 = 200 << 14}, {}, 1428, 1600},
+        {"less than that of a plain Ethernet", {.framesQ14 = 44 << 14}, {}, 500, 500},
+        {"what a target could take beyond", {.framesQ14 = 44 << 14}, {}, 65526, 1428},
+        {"as much of it as feedback can ask for", {.framesQ14 = 800 << 14}, {}, 8928, 6592},
+        {"and no more than a packet holds", {.framesQ14 = 800 << 14}, {}, 6432, 6432},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.why);
