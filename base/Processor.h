@@ -32,18 +32,15 @@ constexpr std::int32_t threadPriorityOf(std::uint32_t level) noexcept {
 
 constexpr std::int32_t levelOfPriorityClass(std::uint32_t priorityClass) noexcept {
     switch (priorityClass) {
-        case 256:
-            return 0;  // realtime
-        case 128:
-            return 1;  // high
-        case 32768:
-            return 1;  // above normal
-        case 32:
-            return 2;  // normal
-        case 64:
-            return 3;  // idle
-        case 16384:
-            return 3;  // below normal
+        case 256:  // realtime
+            return 0;
+        case 128:    // high
+        case 32768:  // above normal
+            return 1;
+        case 64:     // idle
+        case 16384:  // below normal
+            return 3;
+        case 32:  // normal
         default:
             return 2;
     }

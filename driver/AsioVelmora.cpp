@@ -85,5 +85,6 @@ std::int32_t AsioVelmora::getDriverVersion() {
 }
 
 void AsioVelmora::getErrorMessage(char* string) {
-    if (string != nullptr) std::strcpy(string, errorMessage_.data());
+    if (string == nullptr) return;
+    std::memcpy(string, errorMessage_.data(), std::strlen(errorMessage_.data()) + 1);
 }

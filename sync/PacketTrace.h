@@ -16,7 +16,7 @@ public:
     static constexpr std::uint32_t mostPairs = 176;
     static constexpr std::uint32_t span = 50000;  // µs
     static constexpr std::uint32_t wireOverhead = 74;
-    static constexpr std::size_t recordBytes = 353 * 4;
+    static constexpr std::size_t recordBytes = 353 * sizeof(std::uint32_t);
 
     void clear() noexcept;
     // True: the record is complete. The caller shows it, then clears.

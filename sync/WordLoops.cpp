@@ -116,8 +116,8 @@ const WordLoops* wideWordLoops() noexcept {
 }
 
 const WordLoops& bestWordLoops() noexcept {
-    static const WordLoops& best = wideWordLoops() != nullptr ? *wideWordLoops() : plainWordLoops;
-    return best;
+    static const WordLoops* const wide = wideWordLoops();
+    return wide != nullptr ? *wide : plainWordLoops;
 }
 
 }  // namespace VELMORA

@@ -45,6 +45,7 @@ constexpr Width widths[] = {
 int generateDsf(const GenerateOptions& options, std::uint64_t frames) {
     const auto music = makeMusic(options.rate, options.channels, frames, options.seed);
     std::vector<std::vector<std::uint8_t>> bits;
+    bits.reserve(music.size());
     for (const auto& channel : music) bits.push_back(modulate(channel, options.dsd));
     DsfWriter file;
     Failure failure = file.open(options.path, options.channels, options.rate * options.dsd);
@@ -183,9 +184,7 @@ int compareFiles(const CompareOptions& options) {
     return c.exact() ? 0 : 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App app("Makes music to play, and says whether what was played arrived bit for bit.");
     app.require_subcommand(1);
     app.set_version_flag("--version", VELMORA_RELEASE);
@@ -226,8 +225,14 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : 2;
     }
+    return *g ? generate(make) : compareFiles(look);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        return *g ? generate(make) : compareFiles(look);
+        return run(argc, argv);
     } catch (const std::exception& e) {
         std::cerr << e.what() << '\n';
         return 2;

@@ -153,9 +153,7 @@ int play(const Options& options) {
     return exitDone;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     Options options;
     CLI::App app("Plays a file or a tone through an ASIO driver.");
     app.footer(footer);
@@ -201,8 +199,14 @@ int main(int argc, char** argv) {
     if (options.file.empty() && options.tone == 0) {
         return complain(exitUsage, "Name a --file or a --tone; --help tells more.");
     }
+    return play(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        return play(options);
+        return run(argc, argv);
     } catch (const std::exception& e) {
         return complain(exitFault, std::string("The player failed: ") + e.what());
     }
