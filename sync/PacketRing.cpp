@@ -79,6 +79,12 @@ std::uint64_t PacketRing::largestPayload(std::span<const TransferProfile> rows,
     return most;
 }
 
+std::uint64_t PacketRing::bytesFor(std::span<const TransferProfile> rows,
+                                   std::uint16_t maxPacketSize, std::uint16_t frameBytes) {
+    const std::uint64_t payload = largestPayload(rows, maxPacketSize, frameBytes);
+    return sizeFor(rows.front()) * wire::resentPacketBytes(std::min(payload, mostPayload));
+}
+
 PacketRing::PacketRing(std::uint16_t ringSize, std::uint64_t largestPayload) {
     slots_.reserve(ringSize);
     for (std::uint32_t i = 0; i < ringSize; ++i) slots_.emplace_back(largestPayload);

@@ -3,6 +3,7 @@
 // All memory is taken when the ring is made; building, sending and sending again only rewrite it.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <span>
@@ -56,6 +57,15 @@ public:
     // take beyond that takes no memory.
     static std::uint64_t largestPayload(std::span<const TransferProfile> rows,
                                         std::uint16_t maxPacketSize, std::uint16_t frameBytes);
+
+    // Bytes of a ring that is sized by the first of `rows`, for the packets of all of them; and the
+    // most of it that a stream of `bytesPerSecond` may take. Only a target that asks for the
+    // longest packets beside the shortest cycles gets there.
+    static std::uint64_t bytesFor(std::span<const TransferProfile> rows,
+                                  std::uint16_t maxPacketSize, std::uint16_t frameBytes);
+    static constexpr std::uint64_t mostBytesFor(std::uint64_t bytesPerSecond) noexcept {
+        return std::max<std::uint64_t>(128u << 20, 3 * bytesPerSecond);
+    }
 
     // `ringSize` is a power of two.
     PacketRing(std::uint16_t ringSize, std::uint64_t largestPayload);

@@ -46,7 +46,7 @@ StreamWorker::StreamWorker(Sync& sync)
       noAnswerLimit_(noAnswerLimitFor(sync.infoCycle)),
       random_(randomFor(sync.profiles[0])),
       ring_(PacketRing::sizeFor(sync.profiles[0]),
-            PacketRing::largestPayload(sync.profiles, sync.maxPacketSize, frameBytes_)),
+            PacketRing::largestPayload(sync.rowsInUse(), sync.maxPacketSize, frameBytes_)),
       received_(sync.socket_->readerSize),
       waiting_(sync.threadMode),
       exact_(clock_.exactSleep()),
@@ -393,6 +393,11 @@ bool Sync::streamWorker() {
 bool Sync::hasRunnableProfiles() const noexcept {
     if (profileCount > static_cast<std::int32_t>(profiles.size())) return false;
     if (PacketRing::sizeFor(profiles[0]) == 0) return false;
+    const auto frameBytes = static_cast<std::uint16_t>(sinkConfig.frameBytes());
+    if (PacketRing::bytesFor(rowsInUse(), maxPacketSize, frameBytes) >
+        PacketRing::mostBytesFor(std::uint64_t{sinkConfig.rate()} * frameBytes)) {
+        return false;
+    }
     const std::size_t last = profileCount > 1 ? static_cast<std::size_t>(profileCount) - 1 : 0;
     return isRunnable(profiles[0], sinkConfig, maxPacketSize) &&
            isRunnable(profiles[last], sinkConfig, maxPacketSize);

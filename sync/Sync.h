@@ -4,6 +4,7 @@
 // connect, connectWait, play ... stop, disconnect, close.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -11,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <thread>
 
@@ -99,6 +101,12 @@ public:
     std::string clientName;
     std::uint64_t productId = 0;
 
+    // The rows that a stream can change between: the first, and those behind it that are set.
+    std::span<const TransferProfile> rowsInUse() const noexcept {
+        const auto count = static_cast<std::size_t>(std::max(profileCount, 1));
+        return {profiles.data(), std::min(count, profiles.size())};
+    }
+
     // ---- for tests ----
     // The machine whose cores, priorities and threads are used, from the next open or connect on.
     void setMachine(Machine& machine) noexcept { machine_ = &machine; }
@@ -122,7 +130,8 @@ private:
     friend class StreamWorker;
 
     bool placeThread(bool high);
-    // Whether the rows can be run at all: no time, no packet and no ring of 0.
+    // Whether the rows can be run at all: no time, no packet and no ring of 0,
+    // and no ring beyond all measure.
     bool hasRunnableProfiles() const noexcept;
     bool storeProfile(bool found, std::size_t index = 0);
     // For the one change that somebody may wait for.

@@ -71,6 +71,18 @@ TEST(PacketRing, TakesMemoryForTheLargestPacketOfAnyRow) {
     }
 }
 
+TEST(PacketRing, IsAsLargeAsItsSlotsAndNoLargerThanThreeSecondsOrSoMuch) {
+    const TransferProfile rows[] = {{.cycle = 400, .framesQ14 = 44 << 14, .packetCount = 1},
+                                    {.cycle = 30000, .fixedBytes = 2000, .packetCount = 1}};
+    EXPECT_EQ(PacketRing::bytesFor(rows, 1428, 8), 4096u * 2024);
+    EXPECT_EQ(PacketRing::bytesFor({rows, 1}, 1428, 8), 4096u * 1448);
+    EXPECT_EQ(PacketRing::bytesFor({rows, 1}, 65526, 8), 4096u * 1448);
+    const TransferProfile longest[] = {{.cycle = 400, .fixedBytes = 70000, .packetCount = 1}};
+    EXPECT_EQ(PacketRing::bytesFor(longest, 1428, 8), 4096u * 65528) << "what a header can tell";
+    EXPECT_EQ(PacketRing::mostBytesFor(352800), 134217728u);
+    EXPECT_EQ(PacketRing::mostBytesFor(98304000), 294912000u);
+}
+
 TEST(PacketSlot, ANewOneIsAValidEmptyPacket) {
     PacketSlot slot(1428);
     EXPECT_EQ(slot.buffer, (Bytes{100, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));

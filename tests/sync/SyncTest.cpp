@@ -143,6 +143,13 @@ constexpr RowCase rowCases[] = {
          s.profileCount = 2;
          s.profiles[1] = Session::fixRow(2000, 0);
      }},
+    {"a ring beyond all measure: short cycles, and the longest packets",
+     [](TestSync& s) {
+         s.maxPacketSize = 65526;
+         s.profiles[0] = {.cycle = 400, .framesQ14 = 20 << 14, .packetCount = 1};
+         s.profiles[1] = {.cycle = 30000, .fixedBytes = 60000, .packetCount = 1};
+         s.profileCount = 2;
+     }},
     {"more rows than there are", [](TestSync& s) { s.profileCount = 11; }},
 };
 
