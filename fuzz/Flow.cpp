@@ -8,9 +8,11 @@ namespace velmora_fuzz {
 namespace {
 
 // Audio that is told from silence and from itself inverted: neither it nor its complement is ever a
-// byte of silence.
+// byte of silence. Each 95 bytes begin elsewhere in the row of values: what is left out or comes
+// twice is seen, be it as long as a row.
 std::uint8_t audioAt(std::uint64_t position) {
-    return static_cast<std::uint8_t>(1 + position % 0x5f);  // 1 to 95, and 160 to 254 inverted
+    const std::uint64_t row = position / 95;
+    return static_cast<std::uint8_t>(1 + (position + row * 7) % 95);  // inverted: 160 to 254
 }
 
 bool isSilence(std::uint8_t byte) {
@@ -62,6 +64,7 @@ void Flow::check(const std::vector<Datagram>& sent) {
         }
     }
     require(passed_ <= lent_);
+    checkWhole();
     checkRate(packets);
 }
 
@@ -77,6 +80,16 @@ void Flow::onOld(const Packet& packet) const {
     require(back <= sent_.size() && back < VELMORA::PacketRing::sizeFor(sync_.profiles[0]));
     require(packet.payload == sent_[sent_.size() - back]);
     require((packet.flags & 0x20) == 0);
+}
+
+// Of what was lent, the end of a stream leaves behind no more than the rest of a block and a packet
+// that was built and did not go.
+void Flow::checkWhole() const {
+    if (sync_.sinkConfig != sync_.hostFormat) return;
+    const std::uint64_t packet = VELMORA::PacketRing::largestPayload(
+        sync_.rowsInUse(), sync_.maxPacketSize,
+        static_cast<std::uint16_t>(sync_.sinkConfig.frameBytes()));
+    require(lent_ - passed_ <= block_.size() + packet);
 }
 
 // Audio, then silence where there was no more; all of it with one polarity, or the other.

@@ -40,6 +40,7 @@ private:
     void onNew(const Packet& packet);
     void onOld(const Packet& packet) const;
     void takeAudio(const Bytes& payload);
+    void checkWhole() const;
     void checkRate(const std::vector<Packet>& packets) const;
 
     VELMORA::Sync& sync_;
