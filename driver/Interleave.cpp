@@ -9,7 +9,7 @@ namespace {
 // One sample. All sizes are constants of the instance, so that this is a load and a store.
 template <std::size_t source, std::size_t destination>
 inline void put(std::uint8_t* out, const std::uint8_t* in) noexcept {
-    constexpr std::size_t kept = source < destination ? source : destination;
+    constexpr std::size_t kept = std::min(source, destination);
     constexpr std::size_t zeros = destination - kept;  // below the value
     constexpr std::size_t cut = source - kept;         // of the value
     if constexpr (zeros != 0) std::memset(out, 0, zeros);

@@ -16,8 +16,6 @@
 
 #include "platform/posix/Paths.h"
 
-extern char** environ;
-
 namespace ZENNO::platform {
 
 namespace {
