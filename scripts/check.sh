@@ -13,15 +13,16 @@ lint() {
     log_step "Configuring lint" configure-lint cmake --preset lint
     filter="^$root/($(IFS='|'; printf '%s' "${folders[*]}"))/"
     say "clang-tidy"
-    run-clang-tidy -quiet -p "$database" -j "$(nproc)" "$filter" >"$logs/clang-tidy.log" 2>"$logs/clang-tidy.err" || true
+    run-clang-tidy -quiet -p "$database" -j "$(nproc)" "$filter" >"$logs/clang-tidy.log" 2>"$logs/clang-tidy.err" || found=1
     if grep -E '(warning|error):' "$logs/clang-tidy.log" | sort -u; then found=1; fi
+    grep -q '^.*clang-tidy.* -p=' "$logs/clang-tidy.log" || fail "clang-tidy read no file: $(head -n 1 "$logs/clang-tidy.err")"
     say "cppcheck"
     local folder filters=()
     for folder in "${folders[@]}"; do filters+=("--file-filter=$root/$folder/*"); done
     cppcheck --project="$database/compile_commands.json" -j "$(nproc)" --quiet --inline-suppr \
         --enable=warning,performance,portability --suppressions-list=.cppcheck \
         "${filters[@]}" \
-        --template='{file}:{line}: {severity}: {message} [{id}]' >"$logs/cppcheck.log" 2>&1 || true
+        --template='{file}:{line}: {severity}: {message} [{id}]' >"$logs/cppcheck.log" 2>&1 || found=1
     if grep -E ': (error|warning|performance|portability):' "$logs/cppcheck.log" | sort -u; then found=1; fi
     [ $found = 0 ] || fail "Findings above; whole logs in build/log/clang-tidy.log and cppcheck.log."
     say "Nothing found."
@@ -44,4 +45,5 @@ coverage() {
         --html-details "$build/coverage-report/index.html" --json-summary "$build/coverage-report/summary.json" \
         --txt "$build/coverage-report/lines.txt" --print-summary \
         --fail-under-line $coverage_lines --fail-under-branch $coverage_branches
+    [ "$total_failed" = 0 ] || fail "$total_failed tests failed; the figures are of what ran."
 }

@@ -15,7 +15,7 @@ run_fuzzer() {
     local name=$1 seconds=$2 log=$fuzz_logs/$1.log
     mkdir -p "$fuzz_corpora/$name"
     # It ends by itself; the time above that is for an input that hangs where no time is looked at.
-    timeout $((seconds + 120)) "$build/fuzz/bin/fuzz_$name" -max_total_time="$seconds" -print_final_stats=1 \
+    timeout --foreground $((seconds + 120)) "$build/fuzz/bin/fuzz_$name" -max_total_time="$seconds" -print_final_stats=1 \
         -artifact_prefix="$fuzz_findings/$name-" "${fuzz_limits[@]}" \
         "$fuzz_corpora/$name" "fuzz/corpus/$name" >"$log" 2>&1 || true
 }
@@ -29,7 +29,7 @@ stat_of() { sed -nE "s/^stat::$2: +([0-9]+)$/\1/p" "$1" | tail -n 1 | grep . || 
 # tell_fuzzer NAME: its row of the table. What it found gets its last words and the way to see it again.
 tell_fuzzer() {
     local name=$1 log=$fuzz_logs/$1.log file edges found=0
-    edges=$(grep -oE ' cov: [0-9]+' "$log" | tail -n 1 | tr -dc 0-9)
+    edges=$(grep -oE ' cov: [0-9]+' "$log" | tail -n 1 | tr -dc 0-9 || true)
     for file in $(findings_of "$name"); do
         found=$((found + 1))
         {

@@ -53,14 +53,18 @@ suite_windows() {
     build_preset windows
     need_wine_prefix
     end_wine
-    local program log passed=0 failed=0 p f
+    local program log passed=0 failed=0 p f code
     for program in "$build"/windows/bin/test_*.exe; do
         log=$logs/test-windows-$(basename "$program" .exe).log
-        (cd "$build/windows/bin" && run_wine "$program") >"$log" 2>&1 || true
+        code=0
+        (cd "$build/windows/bin" && run_wine "$program") >"$log" 2>&1 || code=$?
         p=$(sed -nE 's/^\[  PASSED  \] ([0-9]+) tests?\..*/\1/p' "$log" | tail -n 1)
         f=$(sed -nE 's/^ ?([0-9]+) FAILED TESTS?.*/\1/p' "$log" | tail -n 1)
-        # A program that did not come to its end counts as one failure more.
-        if [ -z "$p" ] && [ -z "$f" ]; then f=1; fi
+        # A program that did not come to its end, or fell down behind its last test, counts as one failure more.
+        if [ $code != 0 ] && [ -z "$f" ]; then
+            f=1
+            say "$(basename "$program") ended with $code: ${log#"$root"/}"
+        fi
         [ "${f:-0}" = 0 ] || { grep -E 'Failure|FAILED|error' "$log" | head -n 40; }
         passed=$((passed + ${p:-0}))
         failed=$((failed + ${f:-0}))
