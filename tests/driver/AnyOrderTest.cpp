@@ -3,6 +3,7 @@
 // A failure prints the seed and all the calls that led to it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -49,18 +50,21 @@ public:
 private:
     // Half of the calls are what a host would do next, so that every state is come by.
     std::size_t chooseOperation() {
-        constexpr std::size_t toInit = 3, toStart = 7, toStop = 8, toCreateBuffers = 19;
         if (oneIn(2)) return pick(operationCount);
         switch (model_.state()) {
             case HostModel::initialised:
-                return toCreateBuffers;
+                return numberOf(&Sequence::createBuffers);
             case HostModel::buffers:
-                return toStart;
+                return numberOf(&Sequence::start);
             case HostModel::started:
-                return oneIn(3) ? toStop : pick(operationCount);
+                return oneIn(3) ? numberOf(&Sequence::stop) : pick(operationCount);
             default:
-                return toInit;
+                return numberOf(&Sequence::init);
         }
+    }
+    static std::size_t numberOf(void (Sequence::*call)()) {
+        const auto* found = std::ranges::find(operations, call, &Operation::call);
+        return static_cast<std::size_t>(found - operations);
     }
 
     // ---- the calls ----

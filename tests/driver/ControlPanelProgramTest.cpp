@@ -76,8 +76,7 @@ TEST(ControlPanelProgram, AFileThatItLeavesHalfWrittenDoesNoHarm) {
     ProgramRig rig;
     rig.writeProgram("printf 'Version=1\\nCycleTi' > '" + nativePath(rig.folders.settingPath()) +
                      "'\nkill -SEGV $$\n");
-    const ASIOError answer = rig.real->controlPanel();
-    EXPECT_TRUE(answer == 1 || answer == ASE_NotPresent) << answer;
+    EXPECT_EQ(rig.real->controlPanel(), 1) << "what the new init answers";
     EXPECT_EQ(rig.real->settings().cycleTime, 1000u) << "the default";
     EXPECT_EQ(rig.real->init(nullptr), 1);
 }
