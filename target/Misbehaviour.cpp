@@ -17,6 +17,7 @@ constexpr std::array table{
     MannerName{"silent", "no answer", Manner::silent, false},
     MannerName{"dead", "no answer, and none to anything after it", Manner::dead, false},
     MannerName{"refuse", "a refusal", Manner::refuse, false},
+    MannerName{"accept", "accepted, whatever it says", Manner::accept, false},
     MannerName{"other-id", "under an id of no message", Manner::otherId, false},
     MannerName{"short", "with half a header", Manner::cutShort, false},
     MannerName{"echo", "the request itself", Manner::echo, false},
@@ -36,6 +37,13 @@ constexpr std::uint16_t noMessage = 0x7ffe;
 // A host keeps about a second: of one packet a millisecond so many are still there.
 constexpr std::uint16_t window = 1000, beyondAnyWindow = 0x8000;
 
+// Such a manner adds to what the target says; it spoils nothing.
+bool isOfStreamAlone(Manner manner) {
+    return std::any_of(table.begin(), table.end(), [manner](const MannerName& m) {
+        return m.manner == manner && m.ofStreamAlone;
+    });
+}
+
 void setWord(ZENNO::Bytes& datagram, std::size_t at, std::uint16_t v) {
     store16(datagram, at, v);
 }
@@ -54,10 +62,11 @@ std::optional<MannerName> mannerNamed(std::string_view name) noexcept {
 
 std::optional<Manner> Misbehaviour::mannerFor(const PacketView* request,
                                               std::uint16_t answerId) const {
-    // What is said without being asked belongs to the stream, or stands for itself.
-    const std::uint16_t step = answerId == INFO_ANS::id ? STREAM_DATA::id
-                               : request != nullptr     ? request->id()
-                                                        : answerId;
+    // What is said without being asked belongs to the stream or to the log, or stands for itself.
+    const std::uint16_t step = answerId == INFO_ANS::id  ? STREAM_DATA::id
+                               : answerId == LOG_ANS::id ? LOG_REQ::id
+                               : request != nullptr      ? request->id()
+                                                         : answerId;
     const auto found = manners_.find(step);
     return found == manners_.end() ? std::nullopt : std::optional(found->second);
 }
@@ -70,7 +79,8 @@ void Misbehaviour::spoil(const PacketView* request, std::uint16_t otherPort, Mai
         if (dead_) return true;
         const auto packet = readPacket(datagram.data);
         const auto manner = packet ? mannerFor(request, packet->id()) : std::nullopt;
-        if (!manner) return false;
+        if (!manner || isOfStreamAlone(*manner)) return false;
+        ++count_;
         if (*manner == Manner::otherPort) datagram.localPort = otherPort;
         return !spoilOne(*manner, request, datagram);
     };
@@ -88,6 +98,9 @@ bool Misbehaviour::spoilOne(Manner manner, const PacketView* request, Outgoing& 
             return false;
         case Manner::refuse:
             data = refusal(load16(data, 4));
+            break;
+        case Manner::accept:
+            setWord(data, 6, static_cast<std::uint16_t>(load16(data, 6) | 1));
             break;
         case Manner::otherId:
             setWord(data, 4, noMessage);
@@ -146,6 +159,7 @@ void Misbehaviour::onAudio(const Arrival& arrival, const PacketView& packet, Mai
         default:
             return;
     }
+    ++count_;
     out.datagrams.push_back({arrival.localPort, arrival.from, write(message)});
 }
 

@@ -3,7 +3,7 @@
 //
 // A step is the message that is answered. The answer is made as always, and spoiled on its way out;
 // so everything else of the target stays as it is. A step STREAM_DATA stands for what the target
-// says while a stream runs.
+// says while a stream runs, LOG_REQ for the lines of its log as well.
 #pragma once
 
 #include <cstddef>
@@ -23,6 +23,7 @@ enum class Manner {
     silent,      // no answer
     dead,        // no answer to this message, and to nothing that comes after it
     refuse,      // the answer without its bit 0, and without what it would have told
+    accept,      // the answer with its bit 0, whatever it says
     otherId,     // under the id of a message that does not exist
     cutShort,    // the last of its header is missing
     echo,        // the request comes back instead
@@ -58,6 +59,9 @@ public:
 
     // Once the step has come at which the target dies, it hears nothing either.
     bool isDead() const noexcept { return dead_; }
+    // Messages that went out otherwise than they would have, or not at all, or besides. Once the
+    // target is dead none is counted any more.
+    std::uint64_t count() const noexcept { return count_; }
 
 private:
     std::optional<Manner> mannerFor(const VELMORA::wire::PacketView* request,
@@ -67,6 +71,7 @@ private:
     const Manners& manners_;  // of the settings
     std::mt19937 random_;
     bool dead_ = false, turned_ = false;
+    std::uint64_t count_ = 0;
 };
 
 }  // namespace velmora_target

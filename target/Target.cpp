@@ -143,9 +143,11 @@ void Target::endStreams(const std::string& reason, Mail& out) {
 
 void Target::tellReaders(Mail& out, std::size_t from) {
     if (misbehaviour_.isDead()) return;
+    const std::size_t before = out.datagrams.size();
     for (std::size_t i = from; i < out.lines.size(); ++i) {
         log_.tell(out.lines[i], ControlPort, out);
     }
+    misbehaviour_.spoil(nullptr, portBeside(ControlPort), out, before);
 }
 
 bool Target::isConnected() const {

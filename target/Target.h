@@ -46,6 +46,7 @@ public:
     std::vector<std::string> keptLines() const { return items_.keptLines(); }
     const TransferCounts& transferCounts() const noexcept { return transfers_.counts(); }
     std::uint64_t settingChanges() const noexcept { return items_.changes(); }
+    std::uint64_t misbehaviours() const noexcept { return misbehaviour_.count(); }
     bool isConnected() const;
     std::vector<Figures> figures() const;  // of the streams that run, by sink
     std::vector<Figures> takeEnded();      // of those that ended since the last call

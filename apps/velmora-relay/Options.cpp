@@ -17,7 +17,9 @@ itself, and a seed spoils the same frames every time.
 
 One line of JSON says that it relays ("type": "ready"), and one at the end what became of the frames
 ("type": "summary"): under "forth" and "back" the frames that came, the datagrams among them, those
-that faults acted on, and each fault counted. A copy counts among neither.
+that faults acted on, and each fault counted. A copy counts among neither. "flooded" are the datagrams
+of the flood that were sent, from the first to the last in "floodSeconds"; "unsent" are all frames that
+could not be.
 
 It needs the right to open raw sockets. Both interfaces should have no addresses of their own.
 

@@ -47,6 +47,7 @@ void Relay::onFrame(int side, std::span<std::uint8_t> frame, std::uint64_t now) 
         corrupt(frame, fate.corruption == Corruption::unseen, judge.bits());
     }
     if (fate.isHeldBack) ++counts.heldBack;
+    if (fate.due > now) ++counts.delayed;
     pass(side, frame, fate.due, now);
     if (fate.copyDue) {
         ++counts.doubled;
@@ -56,7 +57,10 @@ void Relay::onFrame(int side, std::span<std::uint8_t> frame, std::uint64_t now) 
 
 void Relay::pass(int side, std::span<const std::uint8_t> frame, std::uint64_t due,
                  std::uint64_t now) {
-    if (due <= now) return send_(1 - side, frame);
+    if (due <= now) {
+        send_(1 - side, frame);
+        return;
+    }
     if (!queue_.push(due, {1 - side, ZENNO::Bytes(frame.begin(), frame.end())})) {
         ++counts_[static_cast<std::size_t>(side)].overflow;
     }
@@ -71,7 +75,16 @@ void Relay::onTime(std::uint64_t now) {
             send_(item->side, item->frame);
         }
     }
-    for (std::uint64_t due = flood_.due(now); due != 0; --due) send_(0, flood_.make());
+    flood(now);
+}
+
+void Relay::flood(std::uint64_t now) {
+    for (std::uint64_t due = flood_.due(now); due != 0; --due) {
+        if (!send_(0, flood_.make())) continue;
+        if (flooded_ == 0) firstFlood_ = now;
+        ++flooded_;
+        lastFlood_ = now;
+    }
 }
 
 std::uint64_t Relay::nextTime(std::uint64_t now) const noexcept {

@@ -20,13 +20,15 @@ struct Counts {
     std::uint64_t acted = 0;      // datagrams that faults could act on
     std::uint64_t actedBytes = 0;
     std::uint64_t lost = 0, doubled = 0, heldBack = 0, corrupted = 0, corruptedUnseen = 0;
+    std::uint64_t delayed = 0;   // those held back among them
     std::uint64_t cut = 0;       // frames that met a link that was down
     std::uint64_t overflow = 0;  // frames for which there was no room
 };
 
 class Relay {
 public:
-    using Send = std::function<void(int side, std::span<const std::uint8_t> frame)>;
+    // False: it could not be sent.
+    using Send = std::function<bool(int side, std::span<const std::uint8_t> frame)>;
 
     Relay(const Options& options, Send send);
 
@@ -39,10 +41,13 @@ public:
     const Counts& counts(int side) const noexcept {
         return counts_[static_cast<std::size_t>(side)];
     }
-    std::uint64_t flooded() const noexcept { return flood_.made(); }
+    // Datagrams of the flood that were sent, and how long it was from the first to the last, µs.
+    std::uint64_t flooded() const noexcept { return flooded_; }
+    std::uint64_t floodMicros() const noexcept { return lastFlood_ - firstFlood_; }
 
 private:
     void pass(int side, std::span<const std::uint8_t> frame, std::uint64_t due, std::uint64_t now);
+    void flood(std::uint64_t now);
 
     const std::size_t above_;
     const bool thenAll_;
@@ -54,6 +59,7 @@ private:
     Flood flood_;
     DelayQueue queue_;
     std::array<Counts, 2> counts_;
+    std::uint64_t flooded_ = 0, firstFlood_ = 0, lastFlood_ = 0;
 };
 
 }  // namespace velmora_relay

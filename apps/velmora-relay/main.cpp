@@ -46,14 +46,16 @@ Json toJson(const Counts& c) {
             {"lost", c.lost},         {"doubled", c.doubled},
             {"heldBack", c.heldBack}, {"corrupted", c.corrupted},
             {"cut", c.cut},           {"corruptedUnseen", c.corruptedUnseen},
-            {"overflow", c.overflow}};
+            {"delayed", c.delayed},   {"overflow", c.overflow}};
 }
 
 class Program {
 public:
     explicit Program(const Options& options)
         : options_(options), relay_(options, [this](int side, std::span<const std::uint8_t> frame) {
-              if (!cards_[static_cast<std::size_t>(side)].send(frame)) ++unsent_;
+              const bool isSent = cards_[static_cast<std::size_t>(side)].send(frame);
+              if (!isSent) ++unsent_;
+              return isSent;
           }) {}
 
     int run();
@@ -99,6 +101,7 @@ int Program::run() {
                       {"forth", toJson(relay_.counts(0))},
                       {"back", toJson(relay_.counts(1))},
                       {"flooded", relay_.flooded()},
+                      {"floodSeconds", static_cast<double>(relay_.floodMicros()) / 1e6},
                       {"unsent", unsent_}}
               << std::endl;
     if (!isWhole) std::cerr << "velmora-relay: an interface went away\n";

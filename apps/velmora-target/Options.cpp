@@ -32,8 +32,9 @@ not become whole leaves nothing there.
 With --json each line is one object with a "type": "ready" once the target answers, "event",
 "figures" once a second for each stream, "stream" when one ends, and last "summary", which is the
 last stream's figures, if there was one, with "streamCount", "settingChanges", "transfers",
-"transfersFailed", "transferBytes" and "transferDuplicates". Times end in Micros; "feedback" is
-the number that the host is told, positive to slow it down.
+"transfersFailed", "transferBytes", "transferDuplicates" and "misbehaved", the messages that
+--misbehave met. Times end in Micros; "feedback" is the number that the host is told, positive to
+slow it down.
 
 Manners of --misbehave, for an answer or, with STREAM_DATA, for what is said while a stream runs:
 MANNERS

@@ -164,7 +164,7 @@ void Report::streamEnded(double seconds, const Figures& f) const {
 
 void Report::summary(double seconds, const std::optional<Figures>& last,
                      const Totals& totals) const {
-    const auto [streams, changes, transfers] = totals;
+    const auto [streams, changes, transfers, misbehaved] = totals;
     if (json_) {
         Json object = objectOf("summary", seconds);
         object["streamCount"] = streams;
@@ -173,6 +173,7 @@ void Report::summary(double seconds, const std::optional<Figures>& last,
         object["transfersFailed"] = transfers.failed;
         object["transferBytes"] = transfers.bytes;
         object["transferDuplicates"] = transfers.duplicates;
+        object["misbehaved"] = misbehaved;
         addFigures(object, last.value_or(Figures{}));
         print(object);
         return;
@@ -183,6 +184,7 @@ void Report::summary(double seconds, const std::optional<Figures>& last,
         std::printf("  transfers      %" PRIu64 " whole, %" PRIu64 " bytes, %" PRIu64 " failed\n",
                     transfers.whole, transfers.bytes, transfers.failed);
     }
+    if (misbehaved != 0) std::printf("  misbehaved     %" PRIu64 " times\n", misbehaved);
     if (last) printSummary(*last);
     std::fflush(stdout);
 }

@@ -29,6 +29,7 @@ public:
     struct Totals {
         std::uint64_t streams = 0, settingChanges = 0;
         TransferCounts transfers;
+        std::uint64_t misbehaved = 0;
     };
     // The last thing that is printed, quiet or not.
     void summary(double seconds, const std::optional<Figures>& last, const Totals& totals) const;

@@ -94,8 +94,9 @@ int Program::run() {
     }
     target_.endStreams(interrupted.load() ? "interrupted" : "time is up", mail_);
     sendAndTell(nowMicros());
-    report_.summary(secondsAt(nowMicros()), lastStream_,
-                    {streams_, target_.settingChanges(), target_.transferCounts()});
+    report_.summary(
+        secondsAt(nowMicros()), lastStream_,
+        {streams_, target_.settingChanges(), target_.transferCounts(), target_.misbehaviours()});
     if (networkFailed) {
         std::cerr << "velmora-target: waiting on the sockets failed\n";
         return exitNetwork;

@@ -352,10 +352,13 @@ TEST(RelayFlood, NeverComesFromAGroup) {
 struct World {
     explicit World(const Options& options)
         : relay(options, [this](int side, ConstBytes frame) {
+              if (!canSend) return false;
               out.push_back({side, Bytes(frame.begin(), frame.end())});
+              return true;
           }) {}
     void put(int side, Bytes frame, std::uint64_t now) { relay.onFrame(side, frame, now); }
 
+    bool canSend = true;
     std::vector<std::pair<int, Bytes>> out;
     Relay relay;
 };
@@ -439,6 +442,51 @@ TEST(Relay, FloodsTheHostOnceAudioHasCome) {
     ASSERT_EQ(world.out.size(), 20u);
     EXPECT_EQ(world.out[0].first, 0);
     EXPECT_EQ(world.relay.flooded(), 20u);
+}
+
+TEST(Relay, CountsOfAFloodWhatWasSentAndHowLongThatTook) {
+    Options options;
+    options.flood = {.kinds = {FloodKind::noise}, .perSecond = 20'000, .most = 100};
+    World world(options);
+    EXPECT_EQ(world.relay.floodMicros(), 0u);
+    world.put(0, datagram(20), 1'000'000);
+    world.canSend = false;
+    world.relay.onTime(1'001'000);
+    EXPECT_EQ(world.relay.flooded(), 0u) << "there was no room for any";
+    world.canSend = true;
+    world.relay.onTime(1'002'000);
+    EXPECT_EQ(world.relay.flooded(), 20u);
+    EXPECT_EQ(world.relay.floodMicros(), 0u);
+    world.relay.onTime(1'004'000);
+    world.relay.onTime(1'009'000);
+    world.relay.onTime(1'020'000);
+    EXPECT_EQ(world.relay.flooded(), 80u) << "those that were not sent count towards its end";
+    EXPECT_EQ(world.relay.floodMicros(), 7000u) << "nothing was due any more";
+}
+
+TEST(Relay, CountsWhatWentOutLaterThanItCame) {
+    Options options;
+    World prompt(options);
+    prompt.put(0, datagram(10), 1000);
+    EXPECT_EQ(prompt.relay.counts(0).delayed, 0u);
+
+    options.faults.leastDelay = options.faults.mostDelay = 1;
+    World late(options);
+    late.put(0, datagram(10), 1000);
+    late.put(0, hex("ffffffffffff 020000000011 0806 0001"), 1000);
+    late.put(1, datagram(10), 1000);
+    EXPECT_EQ(late.relay.counts(0).delayed, 1u) << "faults act on datagrams alone";
+    EXPECT_EQ(late.relay.counts(1).delayed, 1u);
+
+    options.faults = {.holdBack = 1000};
+    World held(options);
+    held.put(0, datagram(10), 1000);
+    EXPECT_EQ(held.relay.counts(0).delayed, 1u);
+
+    options.faults = {.lose = 1000, .leastDelay = 1000, .mostDelay = 1000};
+    World lost(options);
+    lost.put(0, datagram(10), 1000);
+    EXPECT_EQ(lost.relay.counts(0).delayed, 0u);
 }
 
 TEST(Relay, SendsCopiesAndDelayedFramesWhenTheyAreDue) {

@@ -13,7 +13,7 @@ namespace {
 using namespace velmora_test;
 using velmora_target::Manner;
 
-constexpr std::uint16_t support = 4, hello = 22, audio = 10;
+constexpr std::uint16_t support = 4, hello = 22, audio = 10, log = 40, noPBreak = 42;
 const char* const request = "6400 1000 0400 0000 0000 0000 0000 0000";
 const char* const answer = "6400 1000 0500 0100 002e 2100 0000 0000";
 
@@ -32,6 +32,7 @@ TEST(Misbehaviour, OfEachMannerIsOnTheWireAsNamed) {
         {"silent", ""},
         {"dead", ""},
         {"refuse", "6400 1000 0500 0000 0000 0000 0000 0000"},
+        {"accept", answer},
         {"other-id", "6400 1000 fe7f 0100 002e 2100 0000 0000"},
         {"short", "6400 1000 0500 0100"},
         {"echo", request},
@@ -57,6 +58,69 @@ TEST(Misbehaviour, IsConfinedToItsStep) {
         EXPECT_EQ(world.ask(hex(request), sinkPort), hex(answer));
         EXPECT_TRUE(world.connect());
         EXPECT_EQ(world.data(0, Bytes(48), 0x60).size(), 1u) << "the INFO_ANS that was asked for";
+    }
+}
+
+TEST(Misbehaviour, ByAcceptanceTurnsOnlyTheBitOfARefusal) {
+    const Bytes probe = hex("6400 1000 2a00 0000 0000 0000 0000 0000");
+    for (const std::uint16_t port : {controlPort, sinkPort}) {
+        SCOPED_TRACE(port);
+        TargetWorld plain;
+        EXPECT_EQ(plain.ask(probe, port), hex("6400 1000 0500 0000 0000 0000 0000 0000"));
+        TargetWorld world(settingsWith(noPBreak, Manner::accept));
+        EXPECT_EQ(world.ask(probe, port), hex("6400 1000 0500 0100 0000 0000 0000 0000"));
+    }
+}
+
+TEST(Misbehaviour, OfTheLogReachesItsLinesToo) {
+    const Bytes logRequest = hex("6400 1000 2800 0000 0100 0000 0000 0000");
+    const Bytes greeting = VELMORA::wire::makePacket(hello, 1, {0, 0, 0, 0}, hex("616263"));
+    const auto reader = IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x12}, 41000, 3);
+
+    TargetWorld plain;
+    EXPECT_EQ(plain.ask(logRequest, controlPort, reader).size(), 16u);
+    EXPECT_EQ(plain.tell(greeting, controlPort, plain.host).size(), 2u) << "an answer and a line";
+
+    TargetWorld silent(settingsWith(log, Manner::silent));
+    EXPECT_TRUE(silent.tell(logRequest, controlPort, reader).empty());
+    const auto out = silent.tell(greeting, controlPort, silent.host);
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].to, silent.host);
+
+    TargetWorld elsewhere(settingsWith(log, Manner::otherPort));
+    elsewhere.tell(logRequest, controlPort, reader);
+    const auto both = elsewhere.tell(greeting, controlPort, elsewhere.host);
+    ASSERT_EQ(both.size(), 2u);
+    EXPECT_EQ(both[0].localPort, controlPort) << "the answer to somebody else";
+    EXPECT_EQ(both[1].localPort, sinkPort);
+}
+
+TEST(Misbehaviour, CountsTheMessagesThatItMet) {
+    TargetWorld plain;
+    plain.ask(hex(request), sinkPort);
+    EXPECT_EQ(plain.target.misbehaviours(), 0u);
+
+    for (const auto& manner : velmora_target::manners()) {
+        if (manner.ofStreamAlone) continue;
+        SCOPED_TRACE(manner.name);
+        TargetWorld world(settingsWith(support, manner.manner));
+        world.ask(hex("6400 1000 1600 0100 0000 0000 0000 0000"), controlPort);
+        EXPECT_EQ(world.target.misbehaviours(), 0u) << "another step";
+        world.ask(hex(request), sinkPort);
+        EXPECT_EQ(world.target.misbehaviours(), 1u);
+        world.ask(hex(request), sinkPort);
+        EXPECT_EQ(world.target.misbehaviours(), manner.manner == Manner::dead ? 1u : 2u);
+    }
+}
+
+TEST(Misbehaviour, OfTheStreamAloneCountsWhatItAdds) {
+    for (const Manner manner : {Manner::resendAll, Manner::resendMore, Manner::contradict}) {
+        SCOPED_TRACE(static_cast<int>(manner));
+        TargetWorld world(settingsWith(audio, manner));
+        ASSERT_TRUE(world.connect());
+        EXPECT_EQ(world.target.misbehaviours(), 0u);
+        for (std::uint16_t n = 0; n < 5; ++n) world.data(n, Bytes(48), 0x60);  // asks for INFO_ANS
+        EXPECT_EQ(world.target.misbehaviours(), 5u);
     }
 }
 
