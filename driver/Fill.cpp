@@ -31,7 +31,7 @@ void AsioVelmora::fillStream(ZENNO::Bytes& block) noexcept {
     samplePosition_.fetch_add(plan.positions, std::memory_order_release);
     // The half that goes out is the one that the host filled on the call before this one.
     bufferIndex_ ^= 1;
-    if (plan.row == nullptr) return;
+    if (plan.row == nullptr || plan.channels == 0) return;
 
     const std::size_t offset = bufferIndex_ != 0 ? plan.halfBytes : 0;
     std::array<const std::uint8_t*, mostChannels> halves{};

@@ -37,6 +37,12 @@ coverage() {
     find "$build/coverage" -name '*.gcda' -delete
     say "Running the tests"
     run_ctest coverage coverage -j 2
+    . scripts/demo.sh
+    . scripts/find-e2e.sh
+    trap 'drop_find_e2e; drop_namespaces' EXIT
+    native() { printf '%s' "$build/coverage/bin/$1"; }
+    local native_preset=coverage
+    suite_e2e coverage-e2e yes native
     local folder filters=()
     for folder in "${own_folders[@]}"; do filters+=(--filter "$root/$folder/"); done
     mkdir -p "$build/coverage-report"

@@ -13,10 +13,10 @@ using namespace VELMORA::wire;
 namespace {
 
 template <class Answer>
-ZENNO::Bytes answerText(std::string text) {
+ZENNO::Bytes answerText(const std::string& text) {
     if (text.empty()) return refusal(Answer::id);
     Answer answer;
-    answer.text = std::move(text);
+    answer.text = text;
     return write(answer);
 }
 

@@ -53,13 +53,17 @@ bool ip(const std::string& arguments) {
     return std::system(("PATH=$PATH:/usr/sbin:/sbin ip " + arguments).c_str()) == 0;
 }
 
-// Link-local addresses come by themselves, a moment after both ends have seen each other.
+// Link-local addresses come by themselves, a moment after both ends have seen each other, and can
+// be sent from a moment later.
 bool hasAddresses() {
+    constexpr unsigned tentative = 0x40;
     std::ifstream table("/proc/net/if_inet6");
     int found = 0;
-    for (std::string line; std::getline(table, line);) {
-        const bool ours = line.ends_with("near") || line.ends_with("far");
-        found += ours && line.starts_with("fe80") ? 1 : 0;
+    std::string address, index, length, scope, name;
+    unsigned flags = 0;
+    while (table >> address >> index >> length >> scope >> std::hex >> flags >> name) {
+        const bool ours = name == "near" || name == "far";
+        found += ours && address.starts_with("fe80") && (flags & tentative) == 0 ? 1 : 0;
     }
     return found == 2;
 }
