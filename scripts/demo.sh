@@ -32,9 +32,11 @@ play_over_the_net() {
     local target_args=()
     while [ "$1" != -- ]; do target_args+=("$1"); shift; done
     shift
+    # A row may say itself where the target plays to.
+    case " ${target_args[*]} " in *" --output "*) ;; *) target_args+=(--output "$written") ;; esac
     rm -f "$work"/target.json "$work"/target.log "$work"/player.log "$work"/driver.log "$written"
     in_target "${target_prefix[@]}" "$(played velmora-target)" --interface vtarget --once --seconds 300 --json \
-        --output "$written" "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
+        "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
     local target=$! tries=0
     until [ -s "$work/target.json" ] || ! kill -0 $target 2>/dev/null || [ $tries -ge 600 ]; do
         sleep 0.05

@@ -94,6 +94,7 @@ suite_e2e() {
         id=$(tr -c 'A-Za-z0-9\n' '-' <<<"$name")
         file=$build/e2e-files/$(tr -c 'A-Za-z0-9\n' '-' <<<"$file_args").$kind
         written=$work/$id.$kind
+        target_args=${target_args//WRITTEN/${written#"$root"/}}
         mkdir -p "$build/e2e-files" "$work/$id"
         # shellcheck disable=SC2086 # words of a table
         [ -f "$file" ] || "$(native velmora-audio)" generate --seconds 3 $file_args "$file"

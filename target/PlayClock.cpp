@@ -8,28 +8,16 @@ namespace velmora_target {
 void PlayClock::start(std::uint64_t now) {
     if (!began_) began_ = now;
     since_ = now;
-    framesThen_ = 0;
-}
-
-void PlayClock::setCorrection(std::uint64_t now, double ppm) {
-    if (ppm == correction_) return;
-    framesThen_ = exactFrames(now);
-    since_ = now;
-    correction_ = ppm;
 }
 
 std::uint64_t PlayClock::framesDue(std::uint64_t now) const {
-    return static_cast<std::uint64_t>(std::floor(exactFrames(now)));
-}
-
-double PlayClock::exactFrames(std::uint64_t now) const {
-    const double rate = rate_ * (1 + (ppm_ + correction_) * 1e-6);
-    return framesThen_ + static_cast<double>(now - since_) * rate / 1e6 + driftFrames(now) -
-           driftFrames(since_);
+    const double rate = rate_ * (1 + ppm_ * 1e-6);
+    return static_cast<std::uint64_t>(std::floor(static_cast<double>(now - since_) * rate / 1e6 +
+                                                 driftFrames(now) - driftFrames(since_)));
 }
 
 double PlayClock::deviation(std::uint64_t now) const {
-    return ppm_ + correction_ + drift_.ppm * std::sin(driftPhase(now));
+    return ppm_ + drift_.ppm * std::sin(driftPhase(now));
 }
 
 double PlayClock::driftPhase(std::uint64_t now) const {

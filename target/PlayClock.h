@@ -20,21 +20,17 @@ public:
 
     // No frame is due yet. The drift begins with the first start and goes on through later ones.
     void start(std::uint64_t now);
-    // Adds to the deviation from `now` on.
-    void setCorrection(std::uint64_t now, double ppm);
     std::uint64_t framesDue(std::uint64_t now) const;  // since start
-    double deviation(std::uint64_t now) const;         // of all kinds, ppm
+    double deviation(std::uint64_t now) const;         // with the drift, ppm
 
 private:
-    double exactFrames(std::uint64_t now) const;
     double driftPhase(std::uint64_t now) const;
     double driftFrames(std::uint64_t now) const;
 
-    double rate_, ppm_, correction_ = 0;
+    double rate_, ppm_;
     ClockDrift drift_;
     std::optional<std::uint64_t> began_;
-    std::uint64_t since_ = 0;  // last change of the rate
-    double framesThen_ = 0;    // due at that time
+    std::uint64_t since_ = 0;  // the newest start
 };
 
 }  // namespace velmora_target

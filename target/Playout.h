@@ -4,6 +4,10 @@
 // there the host asks how full the buffer is. An empty buffer pauses playout until it is filled
 // again; nothing is made up for the pause, so that what was played is what came, in order, with
 // silence only where a packet never arrived.
+//
+// An output with a clock of its own is kept full out of the buffer, and what it holds counts as the
+// buffer's: all is as if the device's clock were ours. The buffer may be empty then for as long as
+// the device has something in hand.
 #pragma once
 
 #include <cstdint>
@@ -36,25 +40,37 @@ public:
     const PacketQueue& queue() const noexcept { return queue_; }
     bool isPlaying() const noexcept { return playing_; }
     double fillMicros() const noexcept;
-    // What is wanted, or more where two bursts do not fit into that.
-    double targetMicros() const noexcept { return targetBytes_ * microsPerByte_; }
+    // What is wanted, or more where two bursts do not fit into that; and what the device wants.
+    double targetMicros() const noexcept;
     double excessMicros() const noexcept;  // fill less target; 0 while it does not play
-    double clockPpm() const { return clock_.deviation(now_); }
+    // The same for feedback. A device may tell how far it is in steps alone: of one, the mean over
+    // the ends of bursts since the last call.
+    double takeExcessMicros() noexcept;
+    // Of the clock that plays, against nominal. A device's is what was seen of it, after a second.
+    double clockPpm() const;
 
     std::uint64_t frames() const noexcept { return bytes_ / frameBytes_; }
     std::uint64_t bytes() const noexcept { return bytes_; }
     std::uint64_t underruns() const noexcept { return underruns_; }
     std::uint64_t overflows() const noexcept { return overflows_; }
+    std::uint64_t deviceUnderruns() const noexcept { return device_.underruns; }
     bool outputFailed() const noexcept { return outputFailed_; }
 
 private:
     bool isBeyond(std::uint16_t sequence, std::size_t bytes, std::uint64_t now) const noexcept;
+    double surplusOver(double target) const noexcept;
+    double heldBytes() const noexcept;
+    void begin(double target, std::uint64_t now);
+    void follow(const DeviceFill& fill);
+    void measure(std::uint64_t given);
     void play(std::size_t bytes);
+    void discard(std::size_t bytes);
     void pause();
 
     AudioOutput& output_;
     PacketQueue queue_;
     PlayClock clock_;
+    double rate_;  // frames a second
     std::size_t frameBytes_;
     double microsPerByte_;
     double wantedBytes_;
@@ -64,6 +80,13 @@ private:
     bool playing_ = false;
     std::uint64_t now_ = 0;       // of the newest advance
     std::uint64_t dueTaken_ = 0;  // frames that the clock has asked for, since playout began
+    DeviceFill device_;           // as it was seen last; all zero where there is none
+    bool hasDevice_ = false, hasBegun_ = false;
+    double excessSum_ = 0;  // µs, over so many ends of bursts
+    std::uint64_t excessCount_ = 0;
+    // How much a device has played since this was begun: what it was given, and held at both ends.
+    bool isMeasured_ = false;
+    std::uint64_t measuredSince_ = 0, given_ = 0, heldAtFirst_ = 0;
     std::uint64_t bytes_ = 0, underruns_ = 0, overflows_ = 0;
     bool outputFailed_ = false;
     ZENNO::Bytes scratch_;

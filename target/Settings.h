@@ -1,5 +1,6 @@
 // What a target is: everything that its answers and its playout are made from. Once the target
-// stands, only settings that a host commits change it (target/Items.h).
+// stands, only settings that a host commits change it (target/Items.h), and the formats go with the
+// output.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 #include "target/Sink.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "target/Discovery.h"
@@ -13,6 +14,8 @@ namespace {
 
 // A host that has been silent for so long no longer keeps others away, µs.
 constexpr std::uint64_t giveWayAfter = 1'000'000;
+// How often an output is looked at that plays what is left of its stream, µs.
+constexpr std::uint64_t endingTick = 2'000;
 
 std::string textOf(const ZENNO::IPAddress& address) {
     std::string text;
@@ -82,6 +85,7 @@ ZENNO::Bytes Sink::connect(const Arrival& arrival, VELMORA::SinkConfig format, M
     }
     endStream("replaced", out);
 
+    ending_.reset();  // waits a little for the last notes: the device may be the same
     std::unique_ptr<AudioOutput> output = makeOutput_(settings_.output, sinkNo_);
     const std::string failure = output->open(format);
     if (!failure.empty()) {
@@ -99,25 +103,32 @@ ZENNO::Bytes Sink::connect(const Arrival& arrival, VELMORA::SinkConfig format, M
 }
 
 void Sink::onTime(std::uint64_t now, Mail& out) {
+    if (ending_ && !ending_->stillPlays(now)) ending_.reset();
     if (!stream_) return;
     stream_->onTime(now, out);
+    // Its host hears no more of us, and takes that for what it is.
+    if (stream_->outputHasGone()) return endStream("output gone", out);
     if (stream_->silentFor(now) >= settings_.silenceLimit) endStream("timeout", out);
 }
 
 std::uint64_t Sink::nextTime(std::uint64_t now) const {
-    return stream_ ? stream_->nextTime(now) : ~0ull;
+    const std::uint64_t ending = ending_ ? now + endingTick : ~0ull;
+    return stream_ ? std::min(ending, stream_->nextTime(now)) : ending;
 }
 
 void Sink::endStream(const std::string& reason, Mail& out) {
     if (!stream_) return;
     ended_.push_back(stream_->end(reason, out));
+    ending_ = stream_->takeOutput();
     stream_.reset();
     const Figures& f = ended_.back();
-    out.lines.push_back("sink " + std::to_string(sinkNo_) + " " + reason + ": " +
-                        std::to_string(f.packets) + " packets, " + std::to_string(f.frames) +
-                        " frames, " + std::to_string(f.recovered) + " recovered, " +
-                        std::to_string(f.lost) + " lost, " + std::to_string(f.underruns) +
-                        " underruns");
+    out.lines.push_back(
+        "sink " + std::to_string(sinkNo_) + " " + reason + ": " + std::to_string(f.packets) +
+        " packets, " + std::to_string(f.frames) + " frames, " + std::to_string(f.recovered) +
+        " recovered, " + std::to_string(f.lost) + " lost, " + std::to_string(f.underruns) +
+        " underruns" +
+        (f.deviceUnderruns == 0 ? std::string()
+                                : ", " + std::to_string(f.deviceUnderruns) + " of the device"));
 }
 
 std::string Sink::describe() const {

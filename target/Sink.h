@@ -28,7 +28,8 @@ public:
         return port == sink().port || port == sink().streamPort;
     }
     bool isConnected() const noexcept { return stream_.has_value(); }
-    std::string describe() const;  // "idle", or who plays what
+    bool isPlayingOut() const noexcept { return ending_ != nullptr; }  // of a stream that ended
+    std::string describe() const;                                      // "idle", or who plays what
     std::optional<Figures> figures() const;
     std::vector<Figures> takeEnded();  // streams that ended since the last call
 
@@ -42,6 +43,7 @@ private:
     const MakeOutput& makeOutput_;
     Negotiation negotiation_;
     std::optional<Stream> stream_;
+    std::unique_ptr<AudioOutput> ending_;  // has something left to play
     std::vector<Figures> ended_;
 };
 

@@ -10,6 +10,7 @@ namespace {
 
 // How often playout moves between datagrams, µs.
 constexpr std::uint64_t tick = 2'000;
+constexpr std::uint64_t underrunLines = 1'000'000;  // µs between them
 
 Playout::Settings playoutFor(const TargetSettings& settings, const Stream::Opening& opening) {
     return {opening.format,      settings.bufferMicros.value_or(opening.latency * 100ull),
@@ -62,18 +63,35 @@ void Stream::onData(const Arrival& arrival, const PacketView& packet, Mail& out)
             break;
     }
     if ((packet.flags() & STREAM_DATA::asksInfo) != 0) {
-        send(feedback_.answer(playout_.excessMicros(), now), out);
+        send(feedback_.answer(playout_.takeExcessMicros(), now), out);
     }
     askForMissing(now, out);
 }
 
 void Stream::onTime(std::uint64_t now, Mail& out) {
     playout_.advance(now);
-    if (playout_.outputFailed() && !toldFailure_) {
-        toldFailure_ = true;
-        out.lines.push_back("writing to " + output_->where() + " failed");
-    }
+    tellFailure(out);
+    tellUnderruns(now, out);
     askForMissing(now, out);
+}
+
+void Stream::tellFailure(Mail& out) {
+    if (toldFailure_ || !(playout_.outputFailed() || outputHasGone())) return;
+    toldFailure_ = true;
+    out.lines.push_back(outputHasGone() ? output_->where() + " has gone (" + output_->gone() +
+                                              "); its stream ends, and the next one opens it anew"
+                                        : "writing to " + output_->where() + " failed");
+}
+
+// Not each one: a machine that is too slow would say little else.
+void Stream::tellUnderruns(std::uint64_t now, Mail& out) {
+    const std::uint64_t underruns = playout_.deviceUnderruns();
+    if (underruns == toldUnderruns_ || now < nextUnderrunLine_) return;
+    nextUnderrunLine_ = now + underrunLines;
+    out.lines.push_back(output_->where() + " ran dry or was suspended (" +
+                        std::to_string(underruns) +
+                        " so far); it goes on with silence, and a longer --alsa-buffer helps");
+    toldUnderruns_ = underruns;
 }
 
 void Stream::askForMissing(std::uint64_t now, Mail& out) {
@@ -101,9 +119,7 @@ std::uint64_t Stream::nextTime(std::uint64_t now) const {
 
 Figures Stream::end(const std::string& reason, Mail& out) {
     playout_.finish();
-    if (playout_.outputFailed() && !toldFailure_) {
-        out.lines.push_back("writing to " + output_->where() + " failed");
-    }
+    tellFailure(out);
     const std::string failure = output_->close();
     if (!failure.empty()) out.lines.push_back(failure);
     Figures figures = this->figures();
@@ -121,7 +137,7 @@ Figures Stream::figures() const {
     f.host = opening_.host;
     f.hostName = opening_.hostName;
     f.output = output_->where();
-    f.outputFailed = playout_.outputFailed();
+    f.outputFailed = playout_.outputFailed() || outputHasGone();
     f.durationMicros = lastData_ - firstData_;
     f.frames = playout_.frames();
     f.bytes = playout_.bytes();
@@ -132,6 +148,7 @@ Figures Stream::figures() const {
     f.resendRequests = requests_.sent();
     f.lost = playout_.queue().lost();
     f.underruns = playout_.underruns();
+    f.deviceUnderruns = playout_.deviceUnderruns();
     f.overflows = playout_.overflows();
     f.bursts = bursts_.bursts();
     f.longestGap = bursts_.longestGap();

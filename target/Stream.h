@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <random>
+#include <utility>
 
 #include "target/AudioOutput.h"
 #include "target/BurstMeter.h"
@@ -37,6 +38,9 @@ public:
     std::uint64_t nextTime(std::uint64_t now) const;
     // Plays out what is held and closes the output.
     Figures end(const std::string& reason, Mail& out);
+    // Of a stream that has ended: a device may have something left to play.
+    std::unique_ptr<AudioOutput> takeOutput() noexcept { return std::move(output_); }
+    bool outputHasGone() const { return !output_->gone().empty(); }
 
     const ZENNO::IPAddress& host() const noexcept { return opening_.host; }
     VELMORA::SinkConfig format() const noexcept { return opening_.format; }
@@ -46,6 +50,8 @@ public:
     Figures figures() const;
 
 private:
+    void tellFailure(Mail& out);
+    void tellUnderruns(std::uint64_t now, Mail& out);
     void askForMissing(std::uint64_t now, Mail& out);
     void send(VELMORA::wire::INFO_ANS message, Mail& out);
 
@@ -61,6 +67,7 @@ private:
     std::uint64_t firstData_ = 0, lastData_ = 0, lastHeard_ = 0;
     std::mt19937 random_;
     bool toldFailure_ = false;
+    std::uint64_t toldUnderruns_ = 0, nextUnderrunLine_ = 0;
 };
 
 }  // namespace velmora_target

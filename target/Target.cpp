@@ -27,6 +27,7 @@ Target::Target(TargetSettings settings, MakeOutput makeOutput, Storage storage)
     : settings_(std::move(settings)),
       items_(settings_, storage.kept, std::move(storage.keep)),
       makeOutput_(std::move(makeOutput)),
+      allowed_(settings_.formats),
       transfers_(settings_, std::move(storage.makeInboxItem)),
       info_(settings_, sinks_),
       misbehaviour_(settings_.manners, settings_.seed),
@@ -35,6 +36,19 @@ Target::Target(TargetSettings settings, MakeOutput makeOutput, Storage storage)
         sinks_.push_back(
             std::make_unique<Sink>(settings_, static_cast<std::uint16_t>(i + 1), makeOutput_));
     }
+}
+
+std::string Target::askFormatsBy(AskFormats ask) {
+    ask_ = std::move(ask);
+    return askFormats();
+}
+
+std::string Target::askFormats() {
+    if (!ask_) return {};
+    askedOutput_ = settings_.output;
+    const TakenFormats taken = ask_(settings_.output, allowed_);
+    settings_.formats = taken.failure.empty() ? taken.formats : allowed_;
+    return taken.failure;
 }
 
 void Target::onDatagram(const Arrival& arrival, Mail& out) {
@@ -57,6 +71,10 @@ void Target::onDatagram(const Arrival& arrival, Mail& out) {
     }
     misbehaviour_.spoil(&*packet, portBeside(arrival.localPort), out, before);
     if (items_.takeChanged()) {
+        if (settings_.output != askedOutput_) {
+            const std::string failure = askFormats();
+            if (!failure.empty()) out.lines.push_back(failure);
+        }
         nextNotify_ = arrival.now;
         announce(arrival.now, out);
     }
@@ -153,6 +171,11 @@ void Target::tellReaders(Mail& out, std::size_t from) {
 bool Target::isConnected() const {
     return std::any_of(sinks_.begin(), sinks_.end(),
                        [](const auto& sink) { return sink->isConnected(); });
+}
+
+bool Target::isPlayingOut() const {
+    return std::any_of(sinks_.begin(), sinks_.end(),
+                       [](const auto& sink) { return sink->isPlayingOut(); });
 }
 
 std::vector<Figures> Target::figures() const {

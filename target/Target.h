@@ -34,6 +34,11 @@ public:
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
 
+    // Of the settings' formats, what the output in force takes is what hosts are told, from here on
+    // also when a host sets another output. A text when it takes nothing or cannot be asked: all of
+    // them stand then, and whoever comes to play is refused.
+    std::string askFormatsBy(AskFormats ask);
+
     void onDatagram(const Arrival& arrival, Mail& out);
     void onTime(std::uint64_t now, Mail& out);
     std::uint64_t nextTime(std::uint64_t now) const;
@@ -48,6 +53,7 @@ public:
     std::uint64_t settingChanges() const noexcept { return items_.changes(); }
     std::uint64_t misbehaviours() const noexcept { return misbehaviour_.count(); }
     bool isConnected() const;
+    bool isPlayingOut() const;             // what a stream left that has ended
     std::vector<Figures> figures() const;  // of the streams that run, by sink
     std::vector<Figures> takeEnded();      // of those that ended since the last call
 
@@ -59,12 +65,16 @@ private:
     Sink* sinkAt(std::uint16_t port);
     std::uint16_t portBeside(std::uint16_t port) const noexcept;
     bool announces() const noexcept { return settings_.announces && !scopes_.empty(); }
+    std::string askFormats();
     void announce(std::uint64_t now, Mail& out);
     void tellReaders(Mail& out, std::size_t from);
 
-    TargetSettings settings_;  // changed by items_ alone
+    TargetSettings settings_;  // changed by items_ alone, but for the formats
     Items items_;
     const MakeOutput makeOutput_;
+    const FormatMasks allowed_;
+    AskFormats ask_;
+    std::string askedOutput_;
     Sinks sinks_;
     Transfers transfers_;
     Info info_;

@@ -16,11 +16,13 @@ Output:
   FILE.wav      PCM: 16, 24, 32 bit, float 32 and 64; RF64 when it grows large
   FILE.dsf      DSD, up to six channels
   FILE          one of the two, by the format of the stream
-  alsa:NAME     a sound device; DSD where the device takes 32-bit DSD words
+  alsa:NAME     a sound device, by its ALSA name; hw:0 and the like play every bit as it is.
+                Hosts are told those of the formats that the device takes; its clock rules
 Later streams get -2, -3 ... before the extension, other sinks -sinkN.
 
 Audio is written as it came, from the first packet of the stream to its end, with silence only for
-packets that never arrived; a pause after an underrun is not written.
+packets that never arrived; a pause after an underrun is not written to files, and is silence on a
+sound device. A device that is taken away ends its stream; the next stream opens it anew.
 
 Settings of the target are shown to hosts, which can change them: name, buffer, clock trim, feedback,
 phase, announcing, output. What a host asks to keep goes to --state and goes before the command line
@@ -42,7 +44,7 @@ Exit codes:
   0  ended as asked: --once, --seconds, or interrupted
   2  wrong arguments, or a --state that cannot be read
   3  the network: no such interface, port taken, socket failed
-  4  the output cannot be written, or there is no such folder
+  4  the output cannot be written, there is no such folder, or no such sound device, or it is in use
   5  --once and --seconds: nobody connected in time
   6  --once: the stream ended since its host fell silent)";
 
@@ -160,7 +162,8 @@ CommandLine readCommandLine(int count, char** values) {
         ->type_name("MICROS")
         ->capture_default_str()
         ->group(stream);
-    app.add_option("--hw-latency", raw.hwLatency, "told to hosts, in steps of 100")
+    app.add_option("--hw-latency", raw.hwLatency,
+                   "told to hosts, in steps of 100; with a sound device its buffer")
         ->check(isFinite)
         ->type_name("MICROS")
         ->capture_default_str()
@@ -219,6 +222,19 @@ CommandLine readCommandLine(int count, char** values) {
     app.add_option("--output", target.output, "where the audio goes")
         ->type_name("OUTPUT")
         ->capture_default_str()
+        ->group(stream);
+    app.add_option("--alsa-buffer", raw.alsaBufferMs,
+                   "a sound device holds so much; a machine that is late by more is heard")
+        ->check(CLI::Range(5.0, 2000.0))
+        ->check(isFinite)
+        ->type_name("MS")
+        ->capture_default_str()
+        ->group(stream);
+    app.add_option("--alsa-period", raw.alsaPeriodMs,
+                   "steps in which a sound device may play; a quarter of its buffer")
+        ->check(CLI::Range(0.5, 1000.0))
+        ->check(isFinite)
+        ->type_name("MS")
         ->group(stream);
     app.add_option("--output-folder", target.outputFolder,
                    "for files that hosts name; that of --output, or the current one")

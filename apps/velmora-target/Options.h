@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "target/PcmDevice.h"
 #include "target/Settings.h"
 
 namespace velmora_target {
@@ -23,6 +24,7 @@ struct Options {
     std::vector<std::string> interfaces;  // empty: all
     std::string state, inbox;             // a file, a folder; empty: none
     std::optional<double> seconds;
+    PcmTimes alsa;
     bool once = false, json = false, quiet = false;
 };
 

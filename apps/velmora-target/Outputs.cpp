@@ -4,6 +4,8 @@
 #include <map>
 #include <utility>
 
+#include "apps/velmora-target/alsa/AlsaDevice.h"
+#include "target/DeviceOutput.h"
 #include "target/OutputChoice.h"
 
 namespace velmora_target {
@@ -74,14 +76,23 @@ std::string objectionTo(const std::string& output) {
     return {};
 }
 
-MakeOutput outputMaker(const std::string& own) {
-    return [own, written = std::make_shared<Written>()](
+MakeOutput outputMaker(const std::string& own, const PcmTimes& times) {
+    return [own, times, written = std::make_shared<Written>()](
                const std::string& output, std::uint16_t sinkNo) -> std::unique_ptr<AudioOutput> {
         if (output == "none") return std::make_unique<NoOutput>();
-        if (output.starts_with(alsaPrefix)) return alsaOutput(output.substr(alsaPrefix.size()));
+        if (output.starts_with(alsaPrefix)) {
+            const std::string device = output.substr(alsaPrefix.size());
+            return std::make_unique<DeviceOutput>(device, alsaDevice(device), times);
+        }
         return std::make_unique<NumberedFile>(Written::key_type{output, sinkNo}, written,
                                               output == own);
     };
+}
+
+TakenFormats formatsOfOutput(const std::string& output, const FormatMasks& allowed) {
+    if (!output.starts_with(alsaPrefix)) return {allowed, {}};
+    const std::string device = output.substr(alsaPrefix.size());
+    return formatsOf(device, *alsaDevice(device), allowed);
 }
 
 }  // namespace velmora_target

@@ -200,6 +200,17 @@ std::vector<SinkSettings> sinksOf(const RawOptions& raw) {
     return sinks;
 }
 
+PcmTimes alsaTimesOf(const CLI::App& app, const RawOptions& raw) {
+    const double period = app.count("--alsa-period") != 0 ? raw.alsaPeriodMs : raw.alsaBufferMs / 4;
+    if (period > raw.alsaBufferMs / 2) {
+        refuse("--alsa-period", "no longer than half of --alsa-buffer");
+    }
+    const auto micros = [](double ms) {
+        return static_cast<std::uint32_t>(std::lround(ms * 1000));
+    };
+    return {micros(raw.alsaBufferMs), micros(period)};
+}
+
 bool isFile(const std::string& output) {
     return output != "none" && !output.starts_with(alsaPrefix);
 }
@@ -219,6 +230,10 @@ void finish(const CLI::App& app, const RawOptions& raw, Options& options) {
     target.minCycle10 = unitsOf("--profile", raw.profile[0], 10);
     target.maxCycle10 = unitsOf("--profile", raw.profile[1], 10);
     target.profileFlags = unitsOf("--profile", raw.profile[2], 1);
+    options.alsa = alsaTimesOf(app, raw);
+    if (target.output.starts_with(alsaPrefix) && app.count("--hw-latency") == 0) {
+        target.hwLatency = unitsOf("--alsa-buffer", options.alsa.bufferMicros, 100);
+    }
     if (app.count("--buffer") != 0) {
         target.bufferMicros = static_cast<std::uint64_t>(std::llround(raw.bufferMs * 1000));
     }

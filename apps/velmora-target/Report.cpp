@@ -60,6 +60,7 @@ void addFigures(Json& object, const Figures& f) {
     object["lost"] = f.lost;
     object["late"] = f.late;
     object["underruns"] = f.underruns;
+    object["deviceUnderruns"] = f.deviceUnderruns;
     object["overflows"] = f.overflows;
     object["bursts"] = f.bursts;
     object["longestGapMicros"] = f.longestGap;
@@ -96,7 +97,8 @@ void printSummary(const Figures& f) {
                 " lost, %" PRIu64 " late\n",
                 f.resendRequests, f.recovered, f.lost, f.late);
     if (f.dropped != 0) std::printf("  dropped        %" PRIu64 " on purpose\n", f.dropped);
-    std::printf("  underruns      %" PRIu64 ", overflows %" PRIu64 "\n", f.underruns, f.overflows);
+    std::printf("  underruns      %" PRIu64 ", of the device %" PRIu64 ", overflows %" PRIu64 "\n",
+                f.underruns, f.deviceUnderruns, f.overflows);
     std::printf("  bursts         %" PRIu64 ", longest gap %" PRIu64 " us\n", f.bursts,
                 f.longestGap);
     std::printf("  feedback       %+.4f to %+.4f in %" PRIu64 " answers\n",

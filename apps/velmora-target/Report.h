@@ -3,8 +3,9 @@
 // Keys of a stream's figures, which "figures", "stream" and "summary" have in common: sink, state,
 // format, formatWord, channels, rate, bits, host, hostName, output, endReason, durationMicros,
 // frames, bytes, fillMicros, targetMicros, clockPpm, latencyMicros, packets, dropped, duplicates,
-// reordered, resendRequests, recovered, lost, late, underruns, overflows, bursts,
-// longestGapMicros, infoAnswers, feedback, feedbackLowest, feedbackHighest. They are stable.
+// reordered, resendRequests, recovered, lost, late, underruns, deviceUnderruns, overflows,
+// bursts, longestGapMicros, infoAnswers, feedback, feedbackLowest, feedbackHighest. They are
+// stable.
 #pragma once
 
 #include <cstdint>

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <thread>
 
 #include "apps/velmora-target/Medium.h"
 #include "apps/velmora-target/Options.h"
@@ -28,6 +30,11 @@ void onSignal(int) {
     interrupted.store(true);
 }
 
+int complain(const std::string& what, int exitCode) {
+    std::cerr << "velmora-target: " << what << '\n';
+    return exitCode;
+}
+
 constexpr std::uint64_t second = 1'000'000;
 constexpr std::uint64_t longestWait = 100'000;         // µs: how late a signal is noticed
 constexpr std::uint64_t lookAroundEvery = 5 * second;  // for interfaces that came or went
@@ -38,7 +45,8 @@ class Program {
 public:
     Program(const Options& options, Storage storage)
         : options_(options),
-          target_(options.target, outputMaker(options.target.output), std::move(storage)),
+          target_(options.target, outputMaker(options.target.output, options.alsa),
+                  std::move(storage)),
           report_(options.json, options.quiet) {}
 
     int run();
@@ -68,11 +76,11 @@ private:
 };
 
 int Program::run() {
+    // What hosts have kept is in force by now, the output too.
+    const std::string objection = target_.askFormatsBy(formatsOfOutput);
+    if (!objection.empty()) return complain(objection, exitOutput);
     const std::string failure = ports_.open(options_.target, options_.interfaces);
-    if (!failure.empty()) {
-        std::cerr << "velmora-target: " << failure << '\n';
-        return exitNetwork;
-    }
+    if (!failure.empty()) return complain(failure, exitNetwork);
     ZENNO::platform::setThreadPriority(ZENNO::platform::Priority::highest);
     target_.announceOn(scopes());
     report_.ready(target_.settings(), ports_.interfaceNames());
@@ -94,13 +102,14 @@ int Program::run() {
     }
     target_.endStreams(interrupted.load() ? "interrupted" : "time is up", mail_);
     sendAndTell(nowMicros());
+    while (target_.isPlayingOut()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        target_.onTime(nowMicros(), mail_);
+    }
     report_.summary(
         secondsAt(nowMicros()), lastStream_,
         {streams_, target_.settingChanges(), target_.transferCounts(), target_.misbehaviours()});
-    if (networkFailed) {
-        std::cerr << "velmora-target: waiting on the sockets failed\n";
-        return exitNetwork;
-    }
+    if (networkFailed) return complain("waiting on the sockets failed", exitNetwork);
     return exitCode();
 }
 
@@ -156,11 +165,6 @@ void catchSignals() {
     if (std::signal(SIGHUP, onSignal) == SIG_IGN) std::signal(SIGHUP, SIG_IGN);
     // A reader of the output that went away ends no stream.
     std::signal(SIGPIPE, SIG_IGN);
-}
-
-int complain(const std::string& what, int exitCode) {
-    std::cerr << "velmora-target: " << what << '\n';
-    return exitCode;
 }
 
 int runWith(const Options& options) {

@@ -79,13 +79,15 @@ inline velmora_target::TargetSettings plainSettings() {
 class TargetWorld {
 public:
     explicit TargetWorld(velmora_target::TargetSettings settings = plainSettings(),
-                         velmora_target::Storage storage = {})
+                         velmora_target::Storage storage = {},
+                         velmora_target::MakeOutput makeOutput = {})
         : target(
               std::move(settings),
-              [this](const std::string& output, std::uint16_t) {
-                  tape.output = output;
-                  return std::make_unique<TapeOutput>(tape);
-              },
+              makeOutput ? std::move(makeOutput)
+                         : [this](const std::string& output, std::uint16_t) {
+                               tape.output = output;
+                               return std::make_unique<TapeOutput>(tape);
+                           },
               std::move(storage)) {}
 
     Tape tape;
