@@ -1,40 +1,21 @@
 // The player as it is built: its help and what it exits with, as far as no device is needed.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "apps/velmora-play/Host.h"
-#include "tests/apps/Scratch.h"
+#include "tests/apps/Program.h"
 
 namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class PlayProgram : public testing::Test {
+class PlayProgram : public testing::Test, protected velmora_test::Program {
 protected:
-    // Exit code of `velmora-play arguments`; -1 if it did not exit by itself.
-    int run(const std::string& arguments) {
-        const std::string out = scratch.path("out"), err = scratch.path("err");
-        const std::string command =
-            std::string(VELMORA_PLAY) + " " + arguments + " >" + out + " 2>" + err;
-        const int status = std::system(command.c_str());
-        output = contents(out);
-        errors = contents(err);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    static std::string contents(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    velmora_test::Scratch scratch;
-    std::string output, errors;
+    PlayProgram() : Program(VELMORA_PLAY) {}
 };
 
 TEST_F(PlayProgram, HelpsWithEveryOptionAndEveryExitCode) {
@@ -73,6 +54,10 @@ TEST_F(PlayProgram, ExitsWithTwoForWrongArguments) {
         "--tone 1000 --buffer 0",
         "--tone 1000 --buffer -64",
         "--tone",
+        "--tone 1000 --stall 3",
+        "--tone 1000 --stall 61@5",
+        "--tone 1000 --stall soon@5",
+        "--tone 1000 --stall 3@soon",
     };
     for (const char* arguments : wrong) {
         SCOPED_TRACE(arguments);
