@@ -1,9 +1,11 @@
-// The software target as it is built: its help, and each wrong argument by what is said of it. None
-// of these comes as far as the network: the interface that all name is not there.
+// The software target as it is built: its help, each wrong argument by what is said of it, and what
+// it tells of a stream. But for the last, none comes as far as the network: the interface that all
+// name is not there.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/apps/Program.h"
+#include "tests/support/Namespace.h"
 
 namespace {
 
@@ -134,6 +136,25 @@ TEST(TargetProgram, TakesAllThatCanBeSaidOfATarget) {
         EXPECT_EQ(target.run(nowhere + arguments), 3);
         EXPECT_THAT(target.errors, HasSubstr("nowhere0"));
     }
+}
+
+TEST(TargetProgram, TellsInWordsWhatItHasPlayed) {
+    VELMORA_IN_NAMESPACE(velmora_test::Wiring::cable, [](const velmora_test::Cable&) {
+        Program shell("sh");
+        const std::string words = shell.scratch.path("words");
+        const std::string script = shell.scratch.write(
+            "session", "export XDG_CONFIG_HOME=" + shell.scratch.path("config") + "\n" +
+                           VELMORA_TARGET " --interface far --name Words --once --seconds 60 >" +
+                           words + " &\n" + VELMORA_PLAY " --quiet --tone 1000 --seconds 0.5 &&" +
+                           " wait $! && cat " + words + "\n");
+        EXPECT_EQ(shell.run(script), 0) << shell.errors;
+        for (const char* part :
+             {"\"Words\" on far, sink \"Main\" at port",
+              "2 channels, 44100 Hz, from KORVENTE Velmora (fe80", "ended ", "played ", "packets ",
+              "resend ", "underruns ", "bursts ", "feedback "}) {
+            EXPECT_THAT(shell.output, HasSubstr(part));
+        }
+    });
 }
 
 }  // namespace
