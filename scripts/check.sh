@@ -35,7 +35,7 @@ coverage_nobodys='^\s*[]})]+[;,]?\s*(//.*)?$|.*= default;.*'
 coverage_lines=95
 coverage_branches=90
 coverage() {
-    need_packages gcovr
+    need_packages gcovr tshark
     build_preset coverage tests/all fuzz/all velmora-target velmora-play velmora-audio velmora-find
     find "$build/coverage" -name '*.gcda' -delete
     say "Running the tests"

@@ -163,7 +163,7 @@ run_tests() {
     for suite in "${suites[@]}"; do
         case " ${suite_names[*]} " in *" $suite "*) ;; *) fail "There is no suite $suite; there are: ${suite_names[*]}" ;; esac
     done
-    need_packages
+    need_packages tshark
     . scripts/demo.sh
     . scripts/find-e2e.sh
     . scripts/dll.sh
