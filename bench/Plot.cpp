@@ -6,9 +6,12 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "bench/Svg.h"
+#include "apps/plot/Svg.h"
 
 namespace velmora_bench {
+
+using velmora_plot::Svg;
+
 namespace {
 
 constexpr const char *oursColour = "#1f6fb4", *limitColour = "#d9822b", *grey = "#888";

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/plot/Svg.h"
 #include "bench/Row.h"
 
 namespace velmora_bench {
@@ -40,9 +41,7 @@ struct Line {
     double slope = 0, intercept = 0;
     double r2 = 0;  // part of the variance of y that the line tells; 1 where y has none
 };
-struct Point {
-    double x = 0, y = 0;
-};
+using velmora_plot::Point;
 Line fitLine(const std::vector<Point>& points);
 
 }  // namespace velmora_bench

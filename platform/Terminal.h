@@ -4,5 +4,8 @@
 namespace ZENNO::platform {
 
 bool errorIsTerminal() noexcept;  // standard error goes to a person's screen
+// Standard output does, and its screen obeys the commands of ANSI for colours; on Windows it is
+// asked to.
+bool outputTakesColours() noexcept;
 
 }  // namespace ZENNO::platform

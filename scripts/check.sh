@@ -36,7 +36,7 @@ coverage_lines=95
 coverage_branches=90
 coverage() {
     need_packages gcovr tshark
-    build_preset coverage tests/all fuzz/all velmora-target velmora-play velmora-audio velmora-find
+    build_preset coverage tests/all fuzz/all velmora-target velmora-play velmora-audio velmora-find velmora-log
     find "$build/coverage" -name '*.gcda' -delete
     say "Running the tests"
     run_ctest coverage coverage -j 2

@@ -78,13 +78,14 @@ check_reproduced() {
 
 suite_dll() {
     dll_passed=0 dll_failed=0
-    build_preset windows asio_korvente_x64 velmora-play velmora-find velmora-settings
+    build_preset windows asio_korvente_x64 velmora-play velmora-find velmora-log velmora-settings
     local dll=$build/windows/bin/asio_korvente_x64.dll
     check_image "$dll" "$dll_exports"
     check_guards "$dll"
     check_image "$(exe velmora-play)" ''
     check_image "$(exe velmora-find)" ''
     check_image "$(exe velmora-settings)" ''
+    check_image "$(exe velmora-log)" ''
     check_reproduced "$dll"
     count dll $dll_passed $dll_failed
 }

@@ -42,7 +42,7 @@ suite_asan() {
 
 # The rooms whose tests have a second thread; the others would only be compiled once more. The two groups that would
 # take longest there have the test's own thread alone.
-threaded_tests=(platform base log network find sync driver com apps)
+threaded_tests=(platform base log logview network find sync driver com apps)
 suite_tsan() {
     build_preset tsan "${threaded_tests[@]/#/test_}"
     run_ctest tsan tsan -j 2 -R "^($(IFS='|'; printf '%s' "${threaded_tests[*]}"))/" -E '^sync/(ConfigTransferAuto|Recording)\.'
@@ -74,7 +74,8 @@ suite_windows() {
 }
 
 # suite_e2e SUITE NATIVE WHERE [ONLY]: the table of tests/e2e/cases.txt and the cases of scripts/find-e2e.sh,
-# natively or under Wine; with ONLY those of the table alone whose names it matches.
+# natively or under Wine, and natively those of scripts/log-e2e.sh; with ONLY those of the table alone whose names
+# it matches.
 suite_e2e() {
     local suite=$1 is_native=$2 where=$3 only=${4-} passed=0 failed=0
     local work=$build/e2e-${suite%-e2e} settings
@@ -125,13 +126,18 @@ suite_e2e() {
         find_e2e "$where" "$work"
         passed=$((passed + find_passed))
         failed=$((failed + find_failed))
+        if [ "$is_native" = yes ]; then
+            log_e2e "$work"
+            passed=$((passed + log_passed))
+            failed=$((failed + log_failed))
+        fi
     fi
     drop_namespaces
     count "$suite" $passed $failed
 }
 
 suite_native-e2e() {
-    build_preset release velmora-target velmora-play velmora-audio velmora-find
+    build_preset release velmora-target velmora-play velmora-audio velmora-find velmora-log
     suite_e2e native-e2e yes native
 }
 
@@ -166,6 +172,7 @@ run_tests() {
     need_packages tshark
     . scripts/demo.sh
     . scripts/find-e2e.sh
+    . scripts/log-e2e.sh
     . scripts/dll.sh
     . scripts/settings-e2e.sh
     trap 'drop_find_e2e; end_settings_e2e; end_wine; drop_namespaces' EXIT

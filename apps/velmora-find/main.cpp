@@ -4,7 +4,7 @@
 #include <csignal>
 #include <iostream>
 
-#include "apps/velmora-find/Console.h"
+#include "apps/console/Console.h"
 #include "apps/velmora-find/FinderModule.h"
 #include "apps/velmora-find/Options.h"
 #include "platform/Terminal.h"
@@ -19,7 +19,7 @@ void onInterrupt(int) {
 }  // namespace
 
 int main(int count, char** values) {
-    const auto arguments = velmora_find::startConsole(count, values);
+    const auto arguments = velmora_console::startConsole(count, values);
     velmora_find::Context context{ZENNO::systemEnvironment(), std::cout, std::cerr};
     context.isTerminal = ZENNO::platform::errorIsTerminal();
     context.adapters = [](std::vector<ZENNO::platform::Adapter>& out) {

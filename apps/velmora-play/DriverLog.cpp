@@ -2,24 +2,12 @@
 
 #include <filesystem>
 
-#include "platform/Net.h"
+#include "apps/log/LogPort.h"
 
 namespace velmora_play {
 namespace {
 
 constexpr std::uint32_t waitMicros = 50'000;
-
-// Links share their ports, and of two on one port only one would hear anything: a socket that does
-// not share tells whether somebody else is there.
-bool isFree(const ZENNO::IPAddress& address) {
-    namespace net = ZENNO::platform;
-    const std::uint64_t handle = net::openSocket(net::familyV6, net::typeDatagram);
-    if (handle == net::noSocket) return false;
-    const net::Endpoint local{address.address, address.port, address.scope};
-    const bool free = net::bindSocket(handle, net::familyV6, local) == 0;
-    net::closeSocket(handle);
-    return free;
-}
 
 }  // namespace
 
@@ -31,7 +19,7 @@ bool DriverLog::open(const std::string& path, std::string& error, std::uint16_t 
     }
     link_ = ZENNO::systemEnvironment().makeLink();
     ZENNO::IPAddress local = ZENNO::IPAddress::loopbackV6(port);
-    if (!link_->open(ZENNO::SocketKind::udpV6) || !isFree(local) || !link_->bindV6(local)) {
+    if (!velmora_log::openLogPort(*link_, local)) {
         error = "The driver's log cannot be heard: port " + std::to_string(port) +
                 " is taken. Is another log viewer running?";
         return false;

@@ -9,18 +9,18 @@
 #include <string>
 #include <thread>
 
+#include "apps/log/LogPort.h"
 #include "src/Network/Environment.h"
 
 namespace velmora_play {
-
-inline constexpr std::uint16_t driverLogPort = 19640;
 
 class DriverLog {
 public:
     ~DriverLog();
     // False, with a sentence in `error`, when the file or the port cannot be had. Once. Port 0 is
     // any that is free.
-    bool open(const std::string& path, std::string& error, std::uint16_t port = driverLogPort);
+    bool open(const std::string& path, std::string& error,
+              std::uint16_t port = velmora_log::logPort);
     std::uint16_t port() const { return port_; }  // once it is open
 
 private:

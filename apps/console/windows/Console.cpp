@@ -1,20 +1,37 @@
-#include "apps/velmora-find/Console.h"
+#include "apps/console/Console.h"
 
 #include <windows.h>
 
 #include <shellapi.h>
 
+#include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <cwchar>
 
 #include "platform/windows/Wide.h"
 
-namespace velmora_find {
+namespace velmora_console {
 namespace {
 
 UINT codePageBefore = 0;  // the console stays when the program has ended
 
+// Set by the handlers, which run on threads of the system's, read by the program.
+std::atomic<bool> isInterrupted{false}, isAsked{false};
+
+// The system takes a handler away when it calls it.
+void onInterrupt(int number) {
+    std::signal(number, onInterrupt);
+    isInterrupted.store(true);
+}
+void onAsked(int number) {
+    std::signal(number, onAsked);
+    isAsked.store(true);
+}
+
 }  // namespace
+
+const char* const askingKey = "Ctrl-Break";
 
 // main() is given the arguments in the system's code page, which has no letters for most names.
 std::vector<std::string> startConsole(int, char**) {
@@ -32,4 +49,18 @@ std::vector<std::string> startConsole(int, char**) {
     return out;
 }
 
-}  // namespace velmora_find
+void listenForSignals() {
+    std::signal(SIGINT, onInterrupt);
+    std::signal(SIGTERM, onInterrupt);
+    std::signal(SIGBREAK, onAsked);
+}
+
+bool interrupted() {
+    return isInterrupted.load();
+}
+
+bool takeAsked() {
+    return isAsked.exchange(false);
+}
+
+}  // namespace velmora_console

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "bench/Stats.h"
+namespace velmora_plot {
 
-namespace velmora_bench {
+struct Point {
+    double x = 0, y = 0;
+};
 
 class Svg {
 public:
@@ -19,13 +21,15 @@ public:
                 "\" font-family=\"sans-serif\" font-size=\"11\">\n"
                 "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
     }
-    void line(double x1, double y1, double x2, double y2, const char* colour) {
+    // `more`: further attributes, with a blank in front.
+    void line(double x1, double y1, double x2, double y2, const char* colour,
+              const char* more = "") {
         text_ += "<line x1=\"" + number(x1) + "\" y1=\"" + number(y1) + "\" x2=\"" + number(x2) +
-                 "\" y2=\"" + number(y2) + "\" stroke=\"" + colour + "\"/>\n";
+                 "\" y2=\"" + number(y2) + "\" stroke=\"" + colour + "\"" + more + "/>\n";
     }
-    void circle(double x, double y, const char* colour) {
-        text_ += "<circle cx=\"" + number(x) + "\" cy=\"" + number(y) + "\" r=\"4\" fill=\"" +
-                 colour + "\"/>\n";
+    void circle(double x, double y, const char* colour, double radius = 4) {
+        text_ += "<circle cx=\"" + number(x) + "\" cy=\"" + number(y) + "\" r=\"" + number(radius) +
+                 "\" fill=\"" + colour + "\"/>\n";
     }
     void path(const std::vector<Point>& points, const char* colour) {
         text_ += "<polyline fill=\"none\" stroke-width=\"1.5\" stroke=\"" + std::string(colour) +
@@ -48,9 +52,10 @@ public:
         text_ += "<text x=\"" + number(x) + "\" y=\"" + number(y) + "\" fill=\"" + colour +
                  "\" text-anchor=\"" + anchor + "\">" + safe + "</text>\n";
     }
+    std::string text() const { return text_ + "</svg>\n"; }
     void write(const std::string& file) const {
         std::ofstream out(file);
-        out << text_ << "</svg>\n";
+        out << text();
         if (!out.flush()) throw std::runtime_error(file + " cannot be written");
     }
 
@@ -64,4 +69,4 @@ private:
     std::string text_;
 };
 
-}  // namespace velmora_bench
+}  // namespace velmora_plot

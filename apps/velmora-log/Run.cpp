@@ -1,0 +1,165 @@
+#include "apps/velmora-log/Run.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "apps/log/LogFile.h"
+#include "apps/velmora-log/ExitCode.h"
+#include "apps/velmora-log/Listener.h"
+#include "apps/velmora-log/Session.h"
+#include "base/Printable.h"
+
+namespace velmora_log {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+constexpr std::int64_t lookEvery = 100'000;  // µs
+
+// Since a run began, and what is due by it.
+class Course {
+public:
+    explicit Course(const Options& options) : options_(options) {}
+
+    std::int64_t micros() const {
+        return std::chrono::duration_cast<std::chrono::microseconds>(SteadyClock::now() - begin_)
+            .count();
+    }
+    bool isOver() const { return options_.seconds && seconds() >= *options_.seconds; }
+    // How long to wait for more, at most.
+    std::uint32_t patience() const {
+        const double left = options_.seconds ? *options_.seconds - seconds() : 1e9;
+        return static_cast<std::uint32_t>(
+            std::clamp(left * 1e6, 0.0, static_cast<double>(lookEvery)));
+    }
+    bool takeFiguresDue() {
+        if (!options_.figuresEvery || seconds() < nextFigures_ + *options_.figuresEvery)
+            return false;
+        nextFigures_ = seconds();
+        return true;
+    }
+
+private:
+    double seconds() const { return static_cast<double>(micros()) / 1e6; }
+
+    const Options& options_;
+    const SteadyClock::time_point begin_ = SteadyClock::now();
+    double nextFigures_ = 0;
+};
+
+// True while there is reason to go on.
+bool goOn(Context& context, Session& session, Course& course) {
+    if (!session.flush() || session.isDone() || course.isOver() || context.interrupted()) {
+        return false;
+    }
+    if (context.takeAsked() || course.takeFiguresDue()) session.showFigures();
+    return true;
+}
+
+void complainOfSilence(Context& context) {
+    context.talk << "nothing heard yet: is `Debug` set?" << std::endl;
+}
+
+Line lineOf(Heard&& heard) {
+    return {readMessage(heard.datagram), heard.unixMicros, heard.port};
+}
+
+}  // namespace
+
+int listen(Context& context, const Options& options) {
+    Session session(context, options);
+    Listener listener;
+    listener.open(options.port);
+    context.talk << "Listening on ::1 port " << listener.port() << "; Ctrl-C ends it";
+    if (!context.askingKey.empty())
+        context.talk << ", " << context.askingKey << " shows the figures";
+    context.talk << '.' << std::endl;
+    context.onListen();
+
+    bool silenceWasTold = false, isListening = true;
+    std::vector<Heard> heard;
+    const auto takeAll = [&](std::uint32_t wait) {
+        isListening = listener.take(heard, wait);
+        for (Heard& one : heard) {
+            if (session.isDone()) break;
+            session.take(lineOf(std::move(one)));
+        }
+    };
+    for (Course course(options); isListening && goOn(context, session, course);) {
+        takeAll(course.patience());
+        if (!session.hasHeard() && !silenceWasTold && course.micros() >= context.patienceMicros) {
+            complainOfSilence(context);
+            silenceWasTold = true;
+        }
+    }
+    const bool hasFailed = !isListening;
+    listener.close();
+    takeAll(0);
+    if (!session.hasHeard() && !silenceWasTold) complainOfSilence(context);
+    if (listener.lost() != 0) {
+        context.talk << listener.lost()
+                     << " lines were lost: they came faster than they could be shown; --quiet or "
+                        "--level shows fewer."
+                     << std::endl;
+    }
+    const int code = session.finish();
+    if (hasFailed) {
+        throw Stop{exitNetwork, "The socket failed; start the viewer anew to hear more."};
+    }
+    return code;
+}
+
+int readFile(Context& context, const Options& options) {
+    namespace fs = std::filesystem;
+    const fs::path place = fs::u8path(options.readPath);
+    const std::string shown = ZENNO::printable(options.readPath);
+    std::error_code error;
+    if (!options.writePath.empty() && fs::equivalent(place, fs::u8path(options.writePath), error)) {
+        throw Stop{exitUsage, "What is read cannot be written to itself; name another file."};
+    }
+    if (!fs::exists(place, error)) throw Stop{exitFile, shown + ": there is no such file."};
+    std::ifstream file;
+    if (!fs::is_directory(place, error)) file.open(place, std::ios::binary);
+    if (!file.is_open()) throw Stop{exitFile, shown + ": the file cannot be read."};
+
+    Session session(context, options);
+    context.onListen();
+    LogFile lines;
+    bool isEnd = false;
+    std::streamoff readSoFar = 0;
+    std::vector<char> bytes(1 << 16);
+    for (Course course(options); !isEnd && goOn(context, session, course);) {
+        file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        const auto got = static_cast<std::size_t>(file.gcount());
+        if (file.bad()) throw Stop{exitFile, shown + ": the file cannot be read to its end."};
+        lines.feed({bytes.data(), got});
+        readSoFar += static_cast<std::streamoff>(got);
+        isEnd = got == 0 && !options.follows;
+        while (!session.isDone()) {
+            const auto line = lines.next(isEnd);
+            if (!line) break;
+            session.take(*line);
+        }
+        if (got == 0 && options.follows) {
+            // From the place itself: some systems' libraries remember an end.
+            file.clear();
+            file.seekg(readSoFar);
+            std::this_thread::sleep_for(std::chrono::microseconds(course.patience()));
+        }
+    }
+    if (lines.unreadable() != 0) {
+        context.talk << shown << ": " << lines.unreadable()
+                     << " lines could not be read and were passed over." << std::endl;
+    }
+    const int code = session.finish();
+    if (code == exitNothing && isEnd)
+        context.talk << shown << ": there is no line in it." << std::endl;
+    return code;
+}
+
+}  // namespace velmora_log
