@@ -19,7 +19,7 @@ namespace velmora_log {
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
-constexpr std::int64_t lookEvery = 100'000;  // µs
+constexpr std::int64_t longestWait = 100'000;  // µs
 
 // Since a run began, and what is due by it.
 class Course {
@@ -35,7 +35,7 @@ public:
     std::uint32_t patience() const {
         const double left = options_.seconds ? *options_.seconds - seconds() : 1e9;
         return static_cast<std::uint32_t>(
-            std::clamp(left * 1e6, 0.0, static_cast<double>(lookEvery)));
+            std::clamp(left * 1e6, 0.0, static_cast<double>(longestWait)));
     }
     bool takeFiguresDue() {
         if (!options_.figuresEvery || seconds() < nextFigures_ + *options_.figuresEvery)

@@ -53,7 +53,7 @@ private:
     std::size_t at_ = 0;
 };
 
-struct Case {
+struct CompareCase {
     const char* why;
     int playedBits;
     std::vector<double> played;
@@ -77,7 +77,7 @@ constexpr Comparison counts(std::uint64_t played, std::uint64_t leading, std::ui
 }
 
 // Stereo.
-const Case cases[] = {
+const CompareCase compareCases[] = {
     {"the same", 16, {1, 2, 3, 4}, 16, {1, 2, 3, 4}, counts(2, 0, 0, 0, 0, 0, 16)},
     {"silence in front",
      16,
@@ -178,7 +178,7 @@ const Case cases[] = {
 };
 
 TEST(Compare, CountsWhatIsNotAsItWasPlayed) {
-    for (const Case& c : cases) {
+    for (const CompareCase& c : compareCases) {
         SCOPED_TRACE(c.why);
         ListFrames played(2, c.playedBits, c.played), written(2, c.writtenBits, c.written);
         const Comparison result = compare(played, written);

@@ -15,11 +15,11 @@ using namespace std::string_literals;
 using velmora_find::columns;
 using velmora_find::printable;
 
-struct Case {
+struct PrintableCase {
     const char* why;
     std::string raw, shown;
 };
-const Case cases[] = {
+const PrintableCase printableCases[] = {
     {"nothing", "", ""},
     {"plain letters", "My DAC", "My DAC"},
     {"letters of many lands", "Küche 音楽 🎵", "Küche 音楽 🎵"},
@@ -54,7 +54,7 @@ const Case cases[] = {
 };
 
 TEST(FindPrintable, ShowsNothingThatMovesATerminal) {
-    for (const Case& c : cases) {
+    for (const PrintableCase& c : printableCases) {
         SCOPED_TRACE(c.why);
         EXPECT_EQ(printable(c.raw), c.shown);
     }

@@ -32,7 +32,7 @@ const SettingItem withText =
     itemOf(VELMORA::settingChoiceText, 0, 3, {"none", "file", "a:b", "c\x1b"});
 const SettingItem unknown = itemOf(VELMORA::settingUnknown);
 
-struct Case {
+struct ValueCase {
     const char* why;
     const SettingItem& item;
     const char* typed;
@@ -40,7 +40,7 @@ struct Case {
     std::int32_t value;
     const char* text;
 };
-const Case cases[] = {
+const ValueCase valueCases[] = {
     {"a text is any", text, "anything: \x1b", true, 0, "anything: \x1b"},
     {"the empty text too", text, "", true, 0, ""},
     {"a number within", number, "300", true, 300, ""},
@@ -82,7 +82,7 @@ const Case cases[] = {
 };
 
 TEST(FindSettingValue, IsCheckedAgainstKindAndRange) {
-    for (const Case& c : cases) {
+    for (const ValueCase& c : valueCases) {
         SCOPED_TRACE(c.why);
         const auto result = velmora_find::readValue(c.item, c.typed, std::nullopt);
         const auto* change = std::get_if<SettingChange>(&result);

@@ -81,14 +81,14 @@ TEST_F(FindSettings, OfATargetWithoutAnyAreToldSo) {
     EXPECT_THAT(talk.str(), HasSubstr("It has none at all."));
 }
 
-struct Change {
+struct ItemChange {
     const char *label, *value;
     std::size_t item;
     std::uint16_t current;
     const char *text, *shown;
 };
 TEST_F(FindSettings, TakeAValueOfEveryKind) {
-    const Change changes[] = {
+    const ItemChange changes[] = {
         {"Name", "Küche", 0, 0, "Küche", "Name = Küche\n"},
         {"Name", "", 0, 0, "", "Name = (empty)\n"},
         {"Buffer length", "600", 1, 600, "", "Buffer length = 600\n"},
@@ -98,7 +98,7 @@ TEST_F(FindSettings, TakeAValueOfEveryKind) {
         {"Feedback", "coarse", 4, 1, "", "Feedback = coarse\n"},
         {"Output", "none:a.wav", 5, 0, "a.wav", "Output = none: a.wav\n"},
     };
-    for (const Change& change : changes) {
+    for (const ItemChange& change : changes) {
         SCOPED_TRACE(change.value);
         EXPECT_EQ(set(change.label, change.value), velmora_find::exitDone) << talk.str();
         EXPECT_EQ(items[change.item].current, change.current);

@@ -22,7 +22,7 @@ using velmora_test::ListSource;
 constexpr Patience soon{.report = 1ms, .stall = 20ms};
 constexpr Patience never{.report = 1ms, .stall = std::chrono::hours(1)};
 
-struct Case {
+struct FailureCase {
     const char* why;
     void (*script)(FakeDriver&);
     std::uint32_t channels;  // of the source; 0: two of DSD
@@ -31,7 +31,7 @@ struct Case {
     const char* text;
 };
 
-const Case beforeBuffers[] = {
+const FailureCase beforeBuffers[] = {
     {"init false", [](FakeDriver& d) { d.inits = false; }, 2, 0, exitInit,
      "The driver did not open its device."},
     {"init false, and the driver says why",
@@ -114,7 +114,7 @@ const Case beforeBuffers[] = {
      2, 17, exitBuffers, "The driver made no buffers of 4 frames (-994)."},
 };
 
-const Case behindBuffers[] = {
+const FailureCase behindBuffers[] = {
     {"no words about a channel", [](FakeDriver& d) { d.infoAnswer = ASE_InvalidParameter; }, 2, 0,
      exitBuffers, "The driver has no buffers for channel 0."},
     {"buffers that are none", [](FakeDriver& d) { d.givesNoBuffers = true; }, 2, 0, exitBuffers,
@@ -159,7 +159,7 @@ bool goOn(const Progress&) {
     return true;
 }
 
-void expectRefusal(FakeDriver& driver, const Case& c) {
+void expectRefusal(FakeDriver& driver, const FailureCase& c) {
     ListSource source = sourceOf(c.channels);
     const auto failure = Host(driver, source, never).play(c.frames, goOn);
     ASSERT_TRUE(failure);
@@ -171,7 +171,7 @@ void expectRefusal(FakeDriver& driver, const Case& c) {
 }
 
 TEST(HostRefused, SaysWhyAndMakesNoBuffers) {
-    for (const Case& c : beforeBuffers) {
+    for (const FailureCase& c : beforeBuffers) {
         SCOPED_TRACE(c.why);
         FakeDriver driver;
         c.script(driver);
@@ -181,7 +181,7 @@ TEST(HostRefused, SaysWhyAndMakesNoBuffers) {
 }
 
 TEST(HostRefused, GivesBuffersBackThatItCannotUse) {
-    for (const Case& c : behindBuffers) {
+    for (const FailureCase& c : behindBuffers) {
         SCOPED_TRACE(c.why);
         FakeDriver driver;
         c.script(driver);

@@ -217,7 +217,7 @@ TEST(DissectorMalformed, TwoThousandHostileDatagramsRaiseNothing) {
 
     Talk talk;
     talk.ask(SINK_REQ{1});
-    talk.answer(SINK_ANS{true, 1, sinkPort, 1, "Main"});
+    talk.answer(SINK_ANS{true, 1, talkSinkPort, 1, "Main"});
     talk.connect();
     const std::size_t before = talk.capture.count();
     std::vector<Bytes> sent;
@@ -253,7 +253,7 @@ TEST(DissectorMalformed, TwoThousandHostileDatagramsRaiseNothing) {
             }
         }
         const IPAddress host = hostAt(static_cast<std::uint16_t>(40000 + below(3)));
-        const std::uint16_t ports[] = {controlPort, NotifyPort, sinkPort, streamPort};
+        const std::uint16_t ports[] = {talkControlPort, NotifyPort, talkSinkPort, streamPort};
         const IPAddress target = targetAt(ports[below(std::size(ports))]);
         below(2) == 0 ? talk.say(host, target, datagram) : talk.say(target, host, datagram);
         sent.push_back(std::move(datagram));

@@ -29,7 +29,8 @@ public:
                  },
                  {{}, {}, [this](std::uint16_t) { return std::make_unique<ShelfItem>(shelf); }}),
           network_(network) {
-        for (const std::uint16_t port : {controlPort, sinkPort}) network.attach(at(port), this);
+        for (const std::uint16_t port : {talkControlPort, talkSinkPort})
+            network.attach(at(port), this);
     }
     static IPAddress at(std::uint16_t port) {
         return IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x77}, port, 3);
@@ -112,7 +113,7 @@ struct World {
         sync.setMachine(machine);
         ASSERT_TRUE(sync.open(1, 100000, 3, "host", 0x4554'4e45'5652'4f4b));
         const std::uint32_t latencyWanted = 0;
-        ASSERT_TRUE(sync.getInfo(TargetOnNetwork::at(sinkPort), latencyWanted, false));
+        ASSERT_TRUE(sync.getInfo(TargetOnNetwork::at(talkSinkPort), latencyWanted, false));
         ASSERT_TRUE(sync.setStreamFormat(pcm16Stereo48()));
         ASSERT_TRUE(sync.configTransferProfile(0, 4000, 0));
         ASSERT_TRUE(sync.connectPrepare());
@@ -169,9 +170,9 @@ TEST(DissectorSession, SearchSettingsAndTransferAreClean) {
     ASSERT_TRUE(find.search(found));
     ASSERT_EQ(found.size(), 2u);  // sinks
     VELMORA::SettingList items;
-    ASSERT_TRUE(find.getItems(TargetOnNetwork::at(controlPort), items, false));
+    ASSERT_TRUE(find.getItems(TargetOnNetwork::at(talkControlPort), items, false));
     const Bytes data = numbered(90);
-    ASSERT_TRUE(find.Transfer(TargetOnNetwork::at(controlPort), 0,
+    ASSERT_TRUE(find.Transfer(TargetOnNetwork::at(talkControlPort), 0,
                               ZENNO::BufferCS_const(data.data(), data.size()), 0));
     // Only who is greeted before his turn, and nobody answers, is asked once more.
     const auto shown = dissect(world.capture());
@@ -195,7 +196,7 @@ TEST(DissectorSession, ATransferPastLossesIsCleanAndItsCrcIsRight) {
     VELMORA::Find find({}, world.network);
     ASSERT_TRUE(find.open());
     const Bytes bytes = numbered(96);
-    ASSERT_TRUE(find.Transfer(TargetOnNetwork::at(controlPort), 0,
+    ASSERT_TRUE(find.Transfer(TargetOnNetwork::at(talkControlPort), 0,
                               ZENNO::BufferCS_const(bytes.data(), bytes.size()), 0));
     const auto shown = dissect(world.capture());
     expectClean(world, shown, {"again", "long_form", "burst_incomplete", "no_answer"});

@@ -136,7 +136,7 @@ TEST(DissectorStream, ANewConnectBeginsAnew) {
     twice.connect();
     twice.audio(0), twice.audio(1);
     // The answer comes a second time: the stream goes on.
-    twice.say(targetAt(sinkPort), twice.host, write(CONNECT_ANS{.streamPort = streamPort}));
+    twice.say(targetAt(talkSinkPort), twice.host, write(CONNECT_ANS{.streamPort = streamPort}));
     twice.audio(2);
     EXPECT_EQ(verdict(twice.dissect()[5]), "new");
 }
@@ -249,7 +249,7 @@ TEST(DissectorStream, IsFoundAtWhateverPortConnectNames) {
 
 TEST(DissectorStream, ARefusedConnectNamesNoPort) {
     Talk talk;
-    talk.target.setPortNumber(sinkPort);
+    talk.target.setPortNumber(talkSinkPort);
     talk.ask(CONNECT_REQ{});
     talk.say(talk.target, talk.host, refused(write(CONNECT_ANS{.streamPort = 53})));
     talk.say(talk.host, targetAt(53), Bytes(30, 1));
@@ -259,10 +259,10 @@ TEST(DissectorStream, ARefusedConnectNamesNoPort) {
 
 TEST(DissectorStream, NegotiationIsFoundAtThePortOfTheSinkOnceItIsNamed) {
     Talk talk;
-    talk.say(hostAt(hostPort + 2), targetAt(sinkPort), Bytes{1, 2, 3});
+    talk.say(hostAt(hostPort + 2), targetAt(talkSinkPort), Bytes{1, 2, 3});
     talk.ask(SINK_REQ{1});
-    talk.answer(SINK_ANS{true, 1, sinkPort, 1, "Main"});
-    talk.target.setPortNumber(sinkPort);
+    talk.answer(SINK_ANS{true, 1, talkSinkPort, 1, "Main"});
+    talk.target.setPortNumber(talkSinkPort);
     talk.say(talk.host, talk.target, Bytes{1, 2, 3});
     talk.ask(SUPPORT_REQ{0});
     talk.say(talk.target, hostAt(hostPort + 1), Bytes{1, 2, 3});
@@ -331,7 +331,7 @@ TEST(DissectorStream, OthersDatagramsAreLeftToThem) {
 
 TEST(DissectorStream, PortsCanBeSet) {
     Capture capture;
-    capture.add(hostAt(), targetAt(controlPort), Bytes(3));
+    capture.add(hostAt(), targetAt(talkControlPort), Bytes(3));
     capture.add(hostAt(), targetAt(7777), Bytes(3));
     const auto shown = dissect(capture, "-o velmora.ports:7777");
     EXPECT_FALSE(shown[0].isOurs);

@@ -13,19 +13,19 @@ namespace velmora_test {
 
 namespace wire = VELMORA::wire;
 
-constexpr std::uint16_t controlPort = wire::ControlPort, sinkPort = 20001, streamPort = 20002,
-                        hostPort = 40000;
+constexpr std::uint16_t talkControlPort = wire::ControlPort, talkSinkPort = 20001,
+                        streamPort = 20002, hostPort = 40000;
 
 inline IPAddress hostAt(std::uint16_t port = hostPort) {
     return IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x11}, port);
 }
-inline IPAddress targetAt(std::uint16_t port = controlPort) {
+inline IPAddress targetAt(std::uint16_t port = talkControlPort) {
     return IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x22}, port);
 }
-inline IPAddress otherTargetAt(std::uint16_t port = controlPort) {
+inline IPAddress otherTargetAt(std::uint16_t port = talkControlPort) {
     return IPAddress::of({0xfe80, 0, 0, 0, 0, 0, 0, 0x33}, port);
 }
-inline IPAddress everybody(std::uint16_t port = controlPort) {
+inline IPAddress everybody(std::uint16_t port = talkControlPort) {
     return IPAddress::allNodes(port, 0);
 }
 
@@ -75,7 +75,7 @@ struct Talk {
     // The stream is opened, and from here on the two speak at the stream's port.
     void connect(VELMORA::SinkConfig format = VELMORA::SinkConfig(0x0000'000c'0000'0202),
                  std::uint16_t port = streamPort) {
-        target.setPortNumber(sinkPort);
+        target.setPortNumber(talkSinkPort);
         ask(wire::CONNECT_REQ{format});
         answer(wire::CONNECT_ANS{.streamPort = port});
         target.setPortNumber(port);

@@ -25,7 +25,7 @@ const std::vector<FormatRung> order16 = {
     {0x200, 2}, {0x400, 3}, {0x800, 4}, {0x2000, 4}, {0x4000, 8}};
 const std::vector<FormatRung> orderLess = {{0x400, 3}, {0x800, 4}, {0x2000, 4}, {0x4000, 8}};
 
-const LadderCase cases[] = {
+const LadderCase ladderCases[] = {
     {"64 and all above", 64, false, order64, "format miss err "},
     {"far above", 2147483647, false, order64, "format miss err "},
     {"64 with integers wanted: the switch belongs to 32", 64, true, order64, "format miss err "},
@@ -42,7 +42,7 @@ const LadderCase cases[] = {
 };
 
 TEST(FormatLadder, TakesTheFirstRungThatTheTargetHas) {
-    for (const LadderCase& c : cases) {
+    for (const LadderCase& c : ladderCases) {
         SCOPED_TRACE(c.why);
         const FormatLadder& ladder = formatLadder(c.request, c.convertS32);
         EXPECT_STREQ(ladder.failureLog, c.failure);
@@ -61,7 +61,7 @@ TEST(FormatLadder, TwentyFourFallsToThirtyTwoBeforeSixteen) {
 }
 
 TEST(FormatLadder, DsdAloneIsNoRung) {
-    for (const LadderCase& c : cases) {
+    for (const LadderCase& c : ladderCases) {
         SCOPED_TRACE(c.why);
         EXPECT_EQ(climb(formatLadder(c.request, c.convertS32), 0x2510002), std::nullopt);
     }

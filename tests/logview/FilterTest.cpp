@@ -7,27 +7,25 @@
 namespace {
 
 using namespace velmora_log;
+using velmora_test::heardAt;
 using velmora_test::messageOf;
 
-// 2026-03-05 17:02:09.412345 UTC.
-constexpr std::int64_t heardAt = 1'772'730'129'412'345;
-
-Line lineOf(const std::string& text, int severity = 6) {
+Line lineSaying(const std::string& text, int severity = 6) {
     return {messageOf(text, severity), heardAt, 1};
 }
 
 TEST(LogFilter, LetsEverythingPassAtFirst) {
-    EXPECT_TRUE(Filter{}.passes(lineOf("anything", 7), utc));
+    EXPECT_TRUE(Filter{}.passes(lineSaying("anything", 7), utc));
     EXPECT_TRUE(Filter{}.passes(Line{}, utc));
 }
 
 TEST(LogFilter, LevelLetsTheMoreSeverePass) {
     Filter filter;
     filter.level = 4;
-    EXPECT_TRUE(filter.passes(lineOf("x", 3), utc));
-    EXPECT_TRUE(filter.passes(lineOf("x", 4), utc));
-    EXPECT_FALSE(filter.passes(lineOf("x", 5), utc));
-    EXPECT_FALSE(filter.passes(lineOf("x", 6), utc));
+    EXPECT_TRUE(filter.passes(lineSaying("x", 3), utc));
+    EXPECT_TRUE(filter.passes(lineSaying("x", 4), utc));
+    EXPECT_FALSE(filter.passes(lineSaying("x", 5), utc));
+    EXPECT_FALSE(filter.passes(lineSaying("x", 6), utc));
     EXPECT_TRUE(filter.passes({readMessage("of nobody's form"), heardAt, 1}, utc))
         << "who tells no severity may have something to say";
 }
@@ -35,14 +33,14 @@ TEST(LogFilter, LevelLetsTheMoreSeverePass) {
 TEST(LogFilter, WordsHaveToBeThereAllAndOthersNotAtAll) {
     Filter filter;
     filter.words = {"over TIME", "15"};
-    EXPECT_TRUE(filter.passes(lineOf("over time 1500"), utc));
-    EXPECT_FALSE(filter.passes(lineOf("over time 1400"), utc));
+    EXPECT_TRUE(filter.passes(lineSaying("over time 1500"), utc));
+    EXPECT_FALSE(filter.passes(lineSaying("over time 1400"), utc));
     filter.without = {"profile"};
-    EXPECT_TRUE(filter.passes(lineOf("over time 1500"), utc));
-    EXPECT_FALSE(filter.passes(lineOf("over time change Profile 15"), utc));
+    EXPECT_TRUE(filter.passes(lineSaying("over time 1500"), utc));
+    EXPECT_FALSE(filter.passes(lineSaying("over time change Profile 15"), utc));
     filter = {};
     filter.words = {""};
-    EXPECT_TRUE(filter.passes(lineOf(""), utc)) << "nothing is in everything";
+    EXPECT_TRUE(filter.passes(lineSaying(""), utc)) << "nothing is in everything";
 }
 
 TEST(LogFilter, PatternIsFoundAnywhere) {
@@ -50,15 +48,15 @@ TEST(LogFilter, PatternIsFoundAnywhere) {
     Filter filter;
     filter.pattern = Pattern::read("^over time [0-9]{4,} ", error);
     ASSERT_TRUE(filter.pattern) << error;
-    EXPECT_TRUE(filter.passes(lineOf("over time 1381 291 1381 10"), utc));
-    EXPECT_FALSE(filter.passes(lineOf("over time 381 291 1381 10"), utc));
-    EXPECT_FALSE(filter.passes(lineOf("so over time 1381 2"), utc));
+    EXPECT_TRUE(filter.passes(lineSaying("over time 1381 291 1381 10"), utc));
+    EXPECT_FALSE(filter.passes(lineSaying("over time 381 291 1381 10"), utc));
+    EXPECT_FALSE(filter.passes(lineSaying("so over time 1381 2"), utc));
     filter.pattern = Pattern::read("a|[0-9]$", error);
-    EXPECT_TRUE(filter.passes(lineOf("bab"), utc));
-    EXPECT_TRUE(filter.passes(lineOf("\n7"), utc));
-    EXPECT_FALSE(filter.passes(lineOf("7b"), utc));
+    EXPECT_TRUE(filter.passes(lineSaying("bab"), utc));
+    EXPECT_TRUE(filter.passes(lineSaying("\n7"), utc));
+    EXPECT_FALSE(filter.passes(lineSaying("7b"), utc));
     filter.pattern = Pattern::read("", error);
-    EXPECT_TRUE(filter.passes(lineOf(""), utc));
+    EXPECT_TRUE(filter.passes(lineSaying(""), utc));
 }
 
 TEST(LogFilter, PatternThatIsNoneSaysSo) {
@@ -112,7 +110,7 @@ TEST(LogFilter, TimesAreBoundsThatAreIncluded) {
         if (c.since) filter.since = TimeMark::read(c.since);
         if (c.until) filter.until = TimeMark::read(c.until);
         ASSERT_TRUE(filter.since || filter.until);
-        EXPECT_EQ(filter.passes(lineOf("x"), utc), c.passes);
+        EXPECT_EQ(filter.passes(lineSaying("x"), utc), c.passes);
     }
 }
 

@@ -14,10 +14,9 @@ using namespace velmora_log;
 using testing::HasSubstr;
 using testing::Not;
 using velmora_test::header;
+using velmora_test::heardAt;
 using velmora_test::messageOf;
 using velmora_test::traceOf;
-
-constexpr std::int64_t heardAt = 1'772'730'129'412'345;  // 2026-03-05 17:02:09.412345 UTC
 
 // ---- the screen ----
 

@@ -10,6 +10,9 @@
 
 namespace velmora_test {
 
+// 2026-03-05 17:02:09.412345 UTC.
+inline constexpr std::int64_t heardAt = 1'772'730'129'412'345;
+
 inline const std::string header = "<134>Mar 05 17:02:09 localhost ";
 
 inline void addWord(std::string& out, std::uint32_t word) {

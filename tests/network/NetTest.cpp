@@ -14,7 +14,7 @@ namespace {
 namespace net = ZENNO::platform;
 using namespace velmora_test;
 
-net::Endpoint loopback() {
+net::Endpoint onLoopback() {
     net::Endpoint endpoint;
     endpoint.address[15] = 1;
     return endpoint;
@@ -30,14 +30,14 @@ TEST_F(Net, RefusesWhatIsNoFamily) {
 }
 
 TEST_F(Net, ErrorsHaveTheNumbersOfWindows) {
-    EXPECT_EQ(net::bindSocket(net::noSocket, net::familyV6, loopback()), 10038);
+    EXPECT_EQ(net::bindSocket(net::noSocket, net::familyV6, onLoopback()), 10038);
     const std::uint64_t socket = net::openSocket(net::familyV6, net::typeDatagram);
     ASSERT_NE(socket, net::noSocket);
-    net::Endpoint foreign = loopback();
+    net::Endpoint foreign = onLoopback();
     foreign.address[0] = 0x20;
     EXPECT_EQ(net::bindSocket(socket, net::familyV6, foreign), 10049);
-    EXPECT_EQ(net::bindSocket(socket, net::familyV6, loopback()), 0);
-    EXPECT_EQ(net::bindSocket(socket, net::familyV6, loopback()), 10022);
+    EXPECT_EQ(net::bindSocket(socket, net::familyV6, onLoopback()), 0);
+    EXPECT_EQ(net::bindSocket(socket, net::familyV6, onLoopback()), 10022);
 
     net::Endpoint local;
     ASSERT_EQ(net::localEndpoint(socket, local), 0);
@@ -57,7 +57,7 @@ TEST_F(Net, ErrorsHaveTheNumbersOfWindows) {
 
 TEST_F(Net, ACallMayDeclineToBlock) {
     const std::uint64_t socket = net::openSocket(net::familyV6, net::typeDatagram);
-    ASSERT_EQ(net::bindSocket(socket, net::familyV6, loopback()), 0);
+    ASSERT_EQ(net::bindSocket(socket, net::familyV6, onLoopback()), 0);
     ASSERT_TRUE(net::blockingIsByCall() || net::setSocketBlocking(socket, false));
     std::uint8_t room[8];
     net::Endpoint from;

@@ -9,8 +9,8 @@ using namespace velmora_test;
 
 namespace {
 
-struct Rig {
-    explicit Rig(const std::string& text = "Version=1_112_1\n") {
+struct ChoiceRig {
+    explicit ChoiceRig(const std::string& text = "Version=1_112_1\n") {
         disk.content = {{userPath, text}, {factoryPath, factoryText}};
     }
     FilesInMemory disk;
@@ -21,7 +21,7 @@ TEST(TransferChoice, LeadsFromEveryKindToEveryOther) {
     for (const TransferKind& from : transferKinds()) {
         for (const TransferKind& to : transferKinds()) {
             SCOPED_TRACE(std::string(from.name) + " -> " + std::string(to.name));
-            Rig rig;
+            ChoiceRig rig;
             Document document = rig.document();
             chooseTransfer(document, from.kind);
             EXPECT_EQ(transferCase(document.reading().values), from.kind);
@@ -32,7 +32,7 @@ TEST(TransferChoice, LeadsFromEveryKindToEveryOther) {
 }
 
 TEST(TransferChoice, OfWhatIsChosenAlreadyChangesNothing) {
-    Rig rig("Version=1_112_1\nFragment=3\nFlexCycle=enable\nTargetProfileLimitTime=0\n");
+    ChoiceRig rig("Version=1_112_1\nFragment=3\nFlexCycle=enable\nTargetProfileLimitTime=0\n");
     Document document = rig.document();
     chooseTransfer(document, TransferCase::var);
     EXPECT_FALSE(document.isChanged());
@@ -43,7 +43,7 @@ TEST(TransferChoice, OfWhatIsChosenAlreadyChangesNothing) {
 }
 
 TEST(Conversion, IsTheWordOfThatKey) {
-    Rig rig("Version=1_112_1\nPCMRequest=24\n");
+    ChoiceRig rig("Version=1_112_1\nPCMRequest=24\n");
     Document document = rig.document();
     EXPECT_FALSE(convertsIntegers(document));
     setConvertsIntegers(document, false);
@@ -127,7 +127,7 @@ TEST(TargetList, ShowsNoStrangersNameUnescapedInASentence) {
 }
 
 TEST(AlwaysThisOne, WritesItsAddressAndItsSink) {
-    Rig rig;
+    ChoiceRig rig;
     Document document = rig.document();
     TargetList list;
     list.onFound({target(1, "Kitchen(B)", 2)});
@@ -145,7 +145,7 @@ TEST(AlwaysThisOne, WritesItsAddressAndItsSink) {
 }
 
 TEST(FurtherAddresses, AreThoseOfTheFieldWhenItIsSound) {
-    Rig rig;
+    ChoiceRig rig;
     Document document = rig.document();
     EXPECT_TRUE(furtherAddresses(document).empty());
     document.setText(FieldId::findIP, "fe80::1;fe80::2");

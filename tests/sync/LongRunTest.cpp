@@ -64,13 +64,13 @@ private:
     std::optional<AllocationWatch> watch_;
 };
 
-struct Case {
+struct RunCase {
     const char* why;
     std::uint64_t seconds;
     bool (*setRow)(Sync&);
 };
 
-class LongRun : public testing::TestWithParam<Case> {};
+class LongRun : public testing::TestWithParam<RunCase> {};
 
 TEST_P(LongRun, EveryFrameArrivesOnceAndInItsPlace) {
     // The clock wraps after a third of the music.
@@ -139,9 +139,9 @@ TEST_P(LongRun, EveryFrameArrivesOnceAndInItsPlace) {
 
 INSTANTIATE_TEST_SUITE_P(
     Stream, LongRun,
-    testing::Values(Case{"AnHour", hour, [](Sync& s) { return s.configTransferFix(2000, 2); }},
-                    Case{"WithCyclesThatVary", 400,
-                         [](Sync& s) { return s.configTransferVar(1000, 1); }}),
-    [](const testing::TestParamInfo<Case>& row) { return std::string(row.param.why); });
+    testing::Values(RunCase{"AnHour", hour, [](Sync& s) { return s.configTransferFix(2000, 2); }},
+                    RunCase{"WithCyclesThatVary", 400,
+                            [](Sync& s) { return s.configTransferVar(1000, 1); }}),
+    [](const testing::TestParamInfo<RunCase>& row) { return std::string(row.param.why); });
 
 }  // namespace

@@ -11,7 +11,7 @@ using VELMORA::TransferProfile;
 
 constexpr std::uint32_t start = 0xffff'ff00;  // so that every test crosses the wrap
 
-TransferProfile row(std::uint32_t cycle, std::uint16_t packetCount) {
+TransferProfile plainRow(std::uint32_t cycle, std::uint16_t packetCount) {
     return {.cycle = cycle, .fixedBytes = 192, .packetBytes = 192, .packetCount = packetCount};
 }
 
@@ -28,7 +28,7 @@ struct Paced {
 };
 
 TEST(Pace, FirstTurnComesAtOnceAndTheSecondAfterHalfACycle) {
-    Paced p{.profile = row(1000, 1)};
+    Paced p{.profile = plainRow(1000, 1)};
     EXPECT_TRUE(p.pace.isDue(start));
     EXPECT_FALSE(p.turn(start).overTime);
     EXPECT_EQ(p.pace.deadline(), start + 500);
@@ -40,7 +40,7 @@ TEST(Pace, FirstTurnComesAtOnceAndTheSecondAfterHalfACycle) {
 }
 
 TEST(Pace, TimelyTurnsOweNothingAndKeepTheBurst) {
-    Paced p{.profile = row(1000, 3)};
+    Paced p{.profile = plainRow(1000, 3)};
     std::uint32_t now = start;
     for (int i = 0; i < 1000; ++i) {
         const Pace::Turn turn = p.turn(now);
@@ -54,7 +54,7 @@ TEST(Pace, TimelyTurnsOweNothingAndKeepTheBurst) {
 }
 
 TEST(Pace, ATurnTwoAndAHalfCyclesLateIsDoubledAndLeavesOneAndAHalfOwed) {
-    Paced p{.profile = row(1000, 3)};
+    Paced p{.profile = plainRow(1000, 3)};
     p.turn(start);  // deadline start + 500
     const std::uint32_t now = start + 500 + 2500;
     const Pace::Turn turn = p.turn(now);
@@ -91,7 +91,7 @@ constexpr LateCase lateCases[] = {
 TEST(Pace, ATurnIsOverTimeWhenTheNextDeadlineHasPassedToo) {
     for (const LateCase& c : lateCases) {
         SCOPED_TRACE(c.why);
-        Paced p{.profile = row(1000, 1)};
+        Paced p{.profile = plainRow(1000, 1)};
         const std::uint32_t now = p.pace.deadline() + c.behind;
         const Pace::Turn turn = p.turn(now);
         EXPECT_EQ(turn.overTime, c.overTime);
@@ -124,7 +124,7 @@ constexpr BurstCase burstCases[] = {
 TEST(Pace, DebtIsPaidByLargerBursts) {
     for (const BurstCase& c : burstCases) {
         SCOPED_TRACE(c.why);
-        Paced p{.profile = row(1000, c.count), .most = c.most};
+        Paced p{.profile = plainRow(1000, c.count), .most = c.most};
         p.pace.owe(c.debt);
         const Pace::Turn turn = p.turn(start);
         EXPECT_EQ(turn.burst, c.burst);
@@ -134,7 +134,7 @@ TEST(Pace, DebtIsPaidByLargerBursts) {
 
 TEST(Pace, DebtIsPaidByTheCycleInForce) {
     // Var: feedback has shortened the cycle, so a debt of a short cycle meets a full payment.
-    Paced p{.profile = row(1000, 2)};
+    Paced p{.profile = plainRow(1000, 2)};
     p.pace.owe(970);
     EXPECT_EQ(p.pace.onTurn(start, 970, p.profile, 4, p.random).burst, 4u);
     EXPECT_EQ(p.pace.lateDebt(), 0u);
@@ -145,7 +145,7 @@ TEST(Pace, DebtIsPaidByTheCycleInForce) {
 }
 
 TEST(Pace, WithoutCatchingUpLatenessIsForgottenButStillScores) {
-    Paced p{.profile = row(1000, 2), .catchUp = false};
+    Paced p{.profile = plainRow(1000, 2), .catchUp = false};
     p.turn(start);
     for (int i = 1; i <= 3; ++i) {
         const Pace::Turn turn = p.turn(p.pace.deadline() + 5000);
@@ -160,7 +160,7 @@ TEST(Pace, WithoutCatchingUpLatenessIsForgottenButStillScores) {
 }
 
 TEST(Pace, ScoreRisesByTenUpToAThousandAndFallsByOneToZero) {
-    Paced p{.profile = row(1000, 1)};
+    Paced p{.profile = plainRow(1000, 1)};
     for (int i = 0; i < 200; ++i) p.turn(p.pace.deadline() + 1000);
     EXPECT_EQ(p.pace.overTimeScore(), 1000);
     p.turn(p.pace.deadline());
@@ -172,7 +172,7 @@ TEST(Pace, ScoreRisesByTenUpToAThousandAndFallsByOneToZero) {
 }
 
 TEST(Pace, RandomCyclesAreDrawnFromTheGeneratorBetweenTheBounds) {
-    Paced p{.profile = row(1000, 1)};
+    Paced p{.profile = plainRow(1000, 1)};
     p.profile.mode = VELMORA::modeRandom;
     p.profile.cycleMin = 800;
     // The first words of MT19937 with seed 5489, as published: 3499211612, 581869302, 3890346734.
@@ -195,7 +195,7 @@ TEST(Pace, RandomCyclesAreDrawnFromTheGeneratorBetweenTheBounds) {
 }
 
 TEST(Pace, LatenessOfADrawnCycleIsCountedFromTheFullCycle) {
-    Paced p{.profile = row(1000, 1)};
+    Paced p{.profile = plainRow(1000, 1)};
     p.profile.mode = VELMORA::modeRandom;
     p.profile.cycleMin = 800;
     const std::uint32_t step = 1000 - 3499211612u % 201;
@@ -222,7 +222,7 @@ constexpr DrawCase drawCases[] = {
 TEST(Pace, OnlyRandomModeTouchesTheGenerator) {
     for (const DrawCase& c : drawCases) {
         SCOPED_TRACE(c.why);
-        Paced p{.profile = row(c.cycle, 1)};
+        Paced p{.profile = plainRow(c.cycle, 1)};
         p.profile.mode = c.mode;
         p.profile.cycleMin = c.cycleMin;
         const std::mt19937 before = p.random;

@@ -6,7 +6,7 @@ namespace {
 
 using VELMORA::PacketTrace;
 
-constexpr std::uint32_t start = 0xffff'ff00;
+constexpr std::uint32_t firstCount = 0xffff'ff00;
 
 std::uint32_t word(const PacketTrace& trace, std::size_t i) {
     std::uint32_t value = 0;
@@ -18,35 +18,35 @@ std::uint32_t word(const PacketTrace& trace, std::size_t i) {
 
 TEST(PacketTrace, IsCompleteWith176Pairs) {
     PacketTrace trace;
-    for (std::uint32_t i = 0; i < 175; ++i) ASSERT_FALSE(trace.add(start + i, 376)) << i;
-    EXPECT_TRUE(trace.add(start + 175, 24));
+    for (std::uint32_t i = 0; i < 175; ++i) ASSERT_FALSE(trace.add(firstCount + i, 376)) << i;
+    EXPECT_TRUE(trace.add(firstCount + 175, 24));
     EXPECT_EQ(trace.record().size(), 1412u);
     EXPECT_EQ(word(trace, 0), 0x01b00000u);  // (176 | 0x100) << 16
-    EXPECT_EQ(word(trace, 1), start);
+    EXPECT_EQ(word(trace, 1), firstCount);
     EXPECT_EQ(word(trace, 2), 450u);
-    EXPECT_EQ(word(trace, 351), start + 175);
+    EXPECT_EQ(word(trace, 351), firstCount + 175);
     EXPECT_EQ(word(trace, 352), 98u);
 }
 
 TEST(PacketTrace, IsCompleteFiftyMillisecondsAfterItsFirstPair) {
     PacketTrace trace;
-    EXPECT_FALSE(trace.add(start, 16));
-    EXPECT_FALSE(trace.add(start + 49999, 16));
-    EXPECT_TRUE(trace.add(start + 50000, 16));
+    EXPECT_FALSE(trace.add(firstCount, 16));
+    EXPECT_FALSE(trace.add(firstCount + 49999, 16));
+    EXPECT_TRUE(trace.add(firstCount + 50000, 16));
     EXPECT_EQ(word(trace, 0), 0x01030000u);
-    EXPECT_EQ(word(trace, 5), start + 50000);
+    EXPECT_EQ(word(trace, 5), firstCount + 50000);
     EXPECT_EQ(word(trace, 7), 0u) << "the rest is zero";
 }
 
 TEST(PacketTrace, BeginsAnewWhenCleared) {
     PacketTrace trace;
-    trace.add(start, 16);
-    EXPECT_TRUE(trace.add(start + 60000, 16));
+    trace.add(firstCount, 16);
+    EXPECT_TRUE(trace.add(firstCount + 60000, 16));
     trace.clear();
     EXPECT_EQ(trace.record(), std::string(1412, '\0'));
-    EXPECT_FALSE(trace.add(start + 60001, 16)) << "the first pair is a new one";
+    EXPECT_FALSE(trace.add(firstCount + 60001, 16)) << "the first pair is a new one";
     EXPECT_EQ(word(trace, 0), 0u);
-    EXPECT_EQ(word(trace, 1), start + 60001);
+    EXPECT_EQ(word(trace, 1), firstCount + 60001);
 }
 
 }  // namespace

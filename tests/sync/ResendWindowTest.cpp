@@ -6,7 +6,7 @@ namespace {
 
 using VELMORA::ResendWindow;
 
-struct Case {
+struct ReachCase {
     const char* why;
     std::uint16_t pending;  // from an earlier request
     std::uint16_t sequence, from, ring;
@@ -14,7 +14,7 @@ struct Case {
     bool lost;
     std::uint16_t more, left;
 };
-constexpr Case cases[] = {
+constexpr ReachCase reachCases[] = {
     {"nothing wanted", 0, 100, 100, 32, 0, false, 0, 0},
     {"resendFrom equal to sequence clears what was pending", 5, 100, 100, 32, 0, false, 0, 0},
     {"the newest alone", 0, 100, 99, 32, 1, false, 1, 1},
@@ -30,7 +30,7 @@ constexpr Case cases[] = {
 };
 
 TEST(ResendWindow, CountsFromTheOldestWantedToTheNewest) {
-    for (const Case& c : cases) {
+    for (const ReachCase& c : reachCases) {
         SCOPED_TRACE(c.why);
         ResendWindow window;
         window.onRequest(c.pending, 0, 32768);

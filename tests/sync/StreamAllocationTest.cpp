@@ -88,20 +88,20 @@ public:
     std::vector<QuietLink*> links;
 };
 
-struct Case {
+struct SendingCase {
     const char* why;
     std::uint32_t mode;
     VELMORA::TransferProfile row;
 };
 
 TEST(StreamWorker, AllocatesNothingWhilePlaying) {
-    const Case cases[] = {
+    const SendingCase cases[] = {
         {"Fix, three packets a turn", 1, Session::fixRow(1000, 3, 722534)},
         {"Var, one packet a turn", 1, Session::varRow(1000, 1, 1424)},
         {"payloads whose longer form is longer", 1, Session::varRow(1000, 2, 1423)},
         {"polling", VELMORA::NOSLEEPFORCE, Session::fixRow(1000, 2)},
     };
-    for (const Case& c : cases) {
+    for (const SendingCase& c : cases) {
         SCOPED_TRACE(c.why);
         QuietEnvironment world;
         world.time.tickPerRead = 1;

@@ -8,14 +8,14 @@ namespace {
 
 using namespace velmora_test;
 
-struct Case {
+struct AnswerCase {
     const char* why;
     std::uint16_t port;
     const char* request;
     const char* answer;  // empty: nothing comes back
 };
 
-constexpr Case cases[] = {
+constexpr AnswerCase answerCases[] = {
     {"FIND_REQ by a search", controlPort, "6400 1000 0000 0000 0000 0000 0000 0000",
      "6400 1b00 0100 0100 4b4f5256454e5445 62656e6368 000000"},
     {"FIND_REQ by a watch", controlPort, "6400 1000 0000 0000 0100 0000 0000 0000",
@@ -113,7 +113,7 @@ constexpr Case cases[] = {
 };
 
 TEST(Answer, IsAsTheTableSays) {
-    for (const Case& c : cases) {
+    for (const AnswerCase& c : answerCases) {
         SCOPED_TRACE(c.why);
         TargetWorld world;
         EXPECT_EQ(world.ask(hex(c.request), c.port), hex(c.answer));

@@ -10,15 +10,6 @@ namespace {
 using namespace velmora_test;
 using velmora_target::DeviceOutput;
 
-// 48 frames of 4 bytes, a millisecond, each with its own number.
-Bytes millisecond(unsigned number) {
-    Bytes audio(192);
-    for (std::size_t i = 0; i < audio.size(); ++i) {
-        audio[i] = static_cast<std::uint8_t>(1 + (number * 7 + i) % 255);
-    }
-    return audio;
-}
-
 // A device with a buffer of 10 ms and a period of 2.
 class DeviceOutputTest : public testing::Test {
 protected:

@@ -17,14 +17,6 @@ using velmora_target::DeviceOutput;
 using velmora_target::Feedback;
 using velmora_target::Playout;
 
-Bytes millisecond(unsigned number) {
-    Bytes audio(192);
-    for (std::size_t i = 0; i < audio.size(); ++i) {
-        audio[i] = static_cast<std::uint8_t>(1 + (number * 7 + i) % 255);
-    }
-    return audio;
-}
-
 // A device of 40 ms, a stream of which 20 ms are wanted besides: bursts of one packet, a
 // millisecond each.
 class DevicePlayout : public testing::Test {

@@ -16,14 +16,6 @@ using velmora_target::TargetSettings;
 
 const Bytes disconnectRequest = hex("6400 1000 0c00 0000 0000 0000 0000 0000");
 
-Bytes millisecond(unsigned number) {
-    Bytes audio(192);
-    for (std::size_t i = 0; i < audio.size(); ++i) {
-        audio[i] = static_cast<std::uint8_t>(1 + (number * 7 + i) % 255);
-    }
-    return audio;
-}
-
 class DeviceStream : public testing::Test {
 protected:
     static TargetSettings settings() {

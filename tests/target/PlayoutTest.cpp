@@ -12,7 +12,7 @@ using velmora_target::PlayClock;
 using velmora_target::Playout;
 
 // 48 frames of 4 bytes: a millisecond.
-Bytes millisecond(std::uint8_t value) {
+Bytes millisecondOf(std::uint8_t value) {
     return Bytes(192, value);
 }
 
@@ -24,7 +24,8 @@ protected:
     // A burst of one packet every millisecond, from `now` on.
     void feed(Playout& playout, int packets) {
         for (int i = 0; i < packets; ++i, now += 1000) {
-            playout.onPacket(sequence, millisecond(static_cast<std::uint8_t>(sequence)), true, now);
+            playout.onPacket(sequence, millisecondOf(static_cast<std::uint8_t>(sequence)), true,
+                             now);
             ++sequence;
         }
     }
@@ -59,11 +60,11 @@ TEST_F(PlayoutTest, BeginsWhenTheFillReachesItsTarget) {
 
 TEST_F(PlayoutTest, BeginsOnlyAtTheEndOfABurst) {
     Playout playout = make(2000);
-    for (int i = 0; i < 3; ++i) playout.onPacket(sequence++, millisecond(1), false, now);
+    for (int i = 0; i < 3; ++i) playout.onPacket(sequence++, millisecondOf(1), false, now);
     EXPECT_FALSE(playout.isPlaying());
-    playout.onPacket(sequence++, millisecond(1), true, now);
+    playout.onPacket(sequence++, millisecondOf(1), true, now);
     EXPECT_FALSE(playout.isPlaying());  // two bursts of 4 ms are the least
-    for (int i = 0; i < 4; ++i) playout.onPacket(sequence++, millisecond(1), i == 3, now);
+    for (int i = 0; i < 4; ++i) playout.onPacket(sequence++, millisecondOf(1), i == 3, now);
     EXPECT_TRUE(playout.isPlaying());
     EXPECT_NEAR(playout.targetMicros(), 8000, 0.01);
 }
@@ -131,7 +132,7 @@ TEST_F(PlayoutTest, AHoleThatIsReachedIsLostAndAPlayedOneStaysSilent) {
     ++sequence;
     feed(playout, 10);
     EXPECT_EQ(playout.queue().lost(), 1u);
-    EXPECT_EQ(playout.onPacket(2, millisecond(2), true, now),
+    EXPECT_EQ(playout.onPacket(2, millisecondOf(2), true, now),
               velmora_target::PacketQueue::Put::late);
     playout.finish();
     ASSERT_EQ(tape.bytes.size(), 13u * 192);
@@ -144,7 +145,7 @@ TEST_F(PlayoutTest, AHoleThatIsFilledInTimeIsHeard) {
     feed(playout, 4);
     ++sequence;
     feed(playout, 2);
-    playout.onPacket(4, millisecond(4), true, now);
+    playout.onPacket(4, millisecondOf(4), true, now);
     playout.finish();
     EXPECT_EQ(playout.queue().lost(), 0u);
     ASSERT_EQ(tape.bytes.size(), 7u * 192);
@@ -154,7 +155,7 @@ TEST_F(PlayoutTest, AHoleThatIsFilledInTimeIsHeard) {
 TEST_F(PlayoutTest, ASecondTooMuchIsPlayedAtOnceAndNothingIsThrownAway) {
     Playout playout = make(5000);
     for (int i = 0; i < 3000; ++i) {
-        playout.onPacket(sequence, millisecond(static_cast<std::uint8_t>(sequence)), true, now);
+        playout.onPacket(sequence, millisecondOf(static_cast<std::uint8_t>(sequence)), true, now);
         ++sequence;
     }
     EXPECT_GE(playout.overflows(), 1u);
@@ -165,7 +166,7 @@ TEST_F(PlayoutTest, ASecondTooMuchIsPlayedAtOnceAndNothingIsThrownAway) {
 
 TEST_F(PlayoutTest, WithoutEndsOfBurstsTheBufferStillHasABound) {
     Playout playout = make(5000);
-    for (int i = 0; i < 3000; ++i) playout.onPacket(sequence++, millisecond(0), false, now);
+    for (int i = 0; i < 3000; ++i) playout.onPacket(sequence++, millisecondOf(0), false, now);
     EXPECT_FALSE(playout.isPlaying());
     EXPECT_LE(playout.fillMicros(), 1'010'000);
 }
@@ -196,7 +197,7 @@ TEST_F(PlayoutTest, GoesOnWithoutAnOutputThatFails) {
 
 TEST_F(PlayoutTest, SilenceIsInvertedWhereTheHostWasAskedToInvert) {
     Playout playout({pcm16Stereo48(), 1000, 0, true}, output);
-    playout.onPacket(1, millisecond(7), true, 0);
+    playout.onPacket(1, millisecondOf(7), true, 0);
     playout.finish();
     ASSERT_EQ(tape.bytes.size(), 2u * 192);
     EXPECT_EQ(tape.bytes[0], 0xff);

@@ -17,6 +17,15 @@
 
 namespace velmora_test {
 
+// 48 frames of 4 bytes, a millisecond, each with its own number.
+inline ZENNO::Bytes millisecond(unsigned number) {
+    ZENNO::Bytes audio(192);
+    for (std::size_t i = 0; i < audio.size(); ++i) {
+        audio[i] = static_cast<std::uint8_t>(1 + (number * 7 + i) % 255);
+    }
+    return audio;
+}
+
 using velmora_target::PcmFormat;
 using velmora_target::PcmRoom;
 using velmora_target::PcmShape;

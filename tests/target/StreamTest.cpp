@@ -10,7 +10,7 @@ namespace {
 using namespace velmora_test;
 using velmora_target::Figures;
 
-Bytes millisecond(std::uint16_t sequence) {
+Bytes audioOf(std::uint16_t sequence) {
     Bytes audio(192);
     for (std::size_t i = 0; i < audio.size(); ++i) {
         audio[i] = static_cast<std::uint8_t>(sequence * 7u + i);
@@ -27,7 +27,7 @@ struct Feeder {
     std::vector<Bytes> answers;
     Bytes sentAudio;
     void send(std::uint16_t sequence, std::uint16_t flags = 0x40) {
-        const Bytes audio = millisecond(sequence);
+        const Bytes audio = audioOf(sequence);
         collect(world.data(sequence, audio, flags));
     }
     void collect(const std::vector<velmora_target::Outgoing>& out) {
@@ -39,7 +39,7 @@ struct Feeder {
     void run(std::uint16_t from, int count) {
         for (int i = 0; i < count; ++i) {
             const auto sequence = static_cast<std::uint16_t>(from + i);
-            const Bytes audio = millisecond(sequence);
+            const Bytes audio = audioOf(sequence);
             sentAudio.insert(sentAudio.end(), audio.begin(), audio.end());
             send(sequence);
             world.pass(1000);
@@ -162,13 +162,13 @@ TEST(Stream, ReadsAResentPacketBySizeWordThoughItIsLonger) {
     Feeder feeder(world);
     feeder.run(0, 5);
     feeder.run(6, 1);
-    Bytes resent = TargetWorld::dataPacket(5, millisecond(5), 0x40);
+    Bytes resent = TargetWorld::dataPacket(5, audioOf(5), 0x40);
     resent.resize(resent.size() + 8);
     world.tell(resent, sinkPort, world.host);
     world.ask(disconnectRequest, sinkPort);
     ASSERT_EQ(world.tape.bytes.size(), 7u * 192);
     EXPECT_EQ(Bytes(world.tape.bytes.begin() + 5 * 192, world.tape.bytes.begin() + 6 * 192),
-              millisecond(5));
+              audioOf(5));
 }
 
 TEST(Stream, CountsWhatIsMissingAtTheEndAsLost) {
@@ -190,7 +190,7 @@ TEST(Stream, TakesItsAudioFromNobodyElse) {
     otherScope.scope = 4;
     otherAddress.address[15] = 0x12;
     for (const IPAddress& from : {otherPort, otherScope, otherAddress}) {
-        world.tell(TargetWorld::dataPacket(0, millisecond(0), 0x60), sinkPort, from);
+        world.tell(TargetWorld::dataPacket(0, audioOf(0), 0x60), sinkPort, from);
         EXPECT_TRUE(world.mail.datagrams.empty());
     }
     EXPECT_EQ(world.figures().packets, 0u);
@@ -199,9 +199,9 @@ TEST(Stream, TakesItsAudioFromNobodyElse) {
 TEST(Stream, ComesToThePortThatConnectNamed) {
     TargetWorld world;
     world.ask(write(VELMORA::wire::CONNECT_REQ{pcm16Stereo48()}), secondSinkPort);
-    world.data(0, millisecond(0), 0x60, secondSinkPort);
+    world.data(0, audioOf(0), 0x60, secondSinkPort);
     EXPECT_EQ(world.figures().packets, 0u);
-    const auto out = world.data(0, millisecond(0), 0x60, 20003);
+    const auto out = world.data(0, audioOf(0), 0x60, 20003);
     EXPECT_EQ(world.figures().packets, 1u);
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].localPort, 20003);
@@ -361,7 +361,7 @@ TEST(Stream, TellsOnceThatItsOutputFails) {
     ASSERT_TRUE(world.connect());
     int told = 0;
     for (std::uint16_t i = 0; i < 100; ++i) {
-        world.data(i, millisecond(i));
+        world.data(i, audioOf(i));
         world.pass(1000);
         told += static_cast<int>(world.mail.lines.size());
     }
@@ -375,9 +375,9 @@ TEST(Stream, AsksForInvertedPhaseInEveryAnswer) {
     settings.phaseInvert = true;
     TargetWorld world(settings);
     ASSERT_TRUE(world.connect());
-    EXPECT_EQ(world.data(0, millisecond(0), 0x60).at(0).data,
+    EXPECT_EQ(world.data(0, audioOf(0), 0x60).at(0).data,
               hex("6400 1000 0b00 0101 0020 0000 0000 0000"));
-    EXPECT_EQ(world.data(2, millisecond(2), 0x40).at(0).data,
+    EXPECT_EQ(world.data(2, audioOf(2), 0x40).at(0).data,
               hex("6400 1000 0b00 0901 0000 0100 0100 0000"));
 }
 
@@ -415,10 +415,10 @@ TEST(Stream, RecoversEverythingFromAHostThatSendsAgain) {
             if (pending != 0) {
                 sequence = static_cast<std::uint16_t>(next - pending--);
             } else {
-                const Bytes audio = millisecond(next++);
+                const Bytes audio = audioOf(next++);
                 sent.insert(sent.end(), audio.begin(), audio.end());
             }
-            const auto out = world.data(sequence, millisecond(sequence), flags);
+            const auto out = world.data(sequence, audioOf(sequence), flags);
             back.insert(back.end(), out.begin(), out.end());
         }
         world.pass(1000);
@@ -456,7 +456,7 @@ TEST(Stream, DropsTheSamePacketsFromTheSameSeed) {
         std::vector<std::uint16_t> dropped;
         for (std::uint16_t i = 0; i < 200; ++i) {
             const std::uint64_t before = world.figures().dropped;
-            world.data(i, millisecond(i));
+            world.data(i, audioOf(i));
             if (world.figures().dropped != before) dropped.push_back(i);
         }
         return dropped;

@@ -8,7 +8,6 @@
 namespace velmora_settings {
 namespace {
 
-constexpr std::string_view globalSection = "global";
 constexpr std::string_view lowSection = "LOW";
 
 std::string folderOf(std::string path) {

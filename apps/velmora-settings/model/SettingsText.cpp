@@ -7,7 +7,6 @@ namespace velmora_settings {
 namespace {
 
 constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-constexpr std::string_view globalSection = "global";
 
 bool isControl(char c) noexcept {
     return static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\r';

@@ -7,6 +7,9 @@
 
 namespace velmora_settings {
 
+// The section of the keys that stand before the first heading.
+inline constexpr std::string_view globalSection = "global";
+
 // What the driver refuses a whole file for: control characters other than line ends.
 bool hasControlCharacters(std::string_view text) noexcept;
 // Tabs become blanks, the others are gone.
