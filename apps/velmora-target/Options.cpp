@@ -303,6 +303,9 @@ CommandLine readCommandLine(int count, char** values) {
         ->type_name("N")
         ->group(program);
     app.add_flag("--json", options.json, "one object a line")->group(program);
+    app.add_flag("--no-figures", options.hidesFigures,
+                 "no line a second while a stream plays; what happens is told all the same")
+        ->group(program);
     app.add_flag("--quiet", options.quiet, "the summary alone")->group(program);
 
     try {

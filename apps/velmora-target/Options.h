@@ -25,7 +25,7 @@ struct Options {
     std::string state, inbox;             // a file, a folder; empty: none
     std::optional<double> seconds;
     PcmTimes alsa;
-    bool once = false, json = false, quiet = false;
+    bool once = false, json = false, quiet = false, hidesFigures = false;
 };
 
 // Options, or the code to exit with: the words have been printed then (help, or what is wrong).

@@ -5,7 +5,9 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <string_view>
 
+#include "target/ItemTable.h"
 #include "target/Messages.h"
 #include "target/OutputChoice.h"
 #include "wire/DiscoveryMessage.h"
@@ -211,6 +213,15 @@ PcmTimes alsaTimesOf(const CLI::App& app, const RawOptions& raw) {
     return {micros(raw.alsaBufferMs), micros(period)};
 }
 
+// By the rule for hosts that set it.
+void checkName(const std::string& name) {
+    for (const ItemRow& row : itemTable()) {
+        if (std::string_view(row.key) != "name") continue;
+        const std::string objection = objectionTo(row, {0, name});
+        if (!objection.empty()) refuse("--name", objection);
+    }
+}
+
 bool isFile(const std::string& output) {
     return output != "none" && !output.starts_with(alsaPrefix);
 }
@@ -219,6 +230,7 @@ bool isFile(const std::string& output) {
 
 void finish(const CLI::App& app, const RawOptions& raw, Options& options) {
     TargetSettings& target = options.target;
+    checkName(target.name);
     target.productID = productOf(raw.product);
     target.formats = formatsOf(app, raw);
     target.sinks = sinksOf(raw);

@@ -143,7 +143,7 @@ void Report::event(double seconds, const std::string& text) const {
 }
 
 void Report::figures(double seconds, const Figures& f) const {
-    if (quiet_) return;
+    if (quiet_ || hidesFigures_) return;
     if (json_) {
         Json object = objectOf("figures", seconds);
         addFigures(object, f);

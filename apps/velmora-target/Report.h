@@ -21,7 +21,8 @@ namespace velmora_target {
 
 class Report {
 public:
-    Report(bool json, bool quiet) : json_(json), quiet_(quiet) {}
+    Report(bool json, bool quiet, bool hidesFigures)
+        : json_(json), quiet_(quiet), hidesFigures_(hidesFigures) {}
 
     void ready(const TargetSettings& settings, const std::vector<std::string>& interfaces) const;
     void event(double seconds, const std::string& text) const;
@@ -36,7 +37,7 @@ public:
     void summary(double seconds, const std::optional<Figures>& last, const Totals& totals) const;
 
 private:
-    bool json_, quiet_;
+    bool json_, quiet_, hidesFigures_;
 };
 
 }  // namespace velmora_target

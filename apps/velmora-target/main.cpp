@@ -47,7 +47,7 @@ public:
         : options_(options),
           target_(options.target, outputMaker(options.target.output, options.alsa),
                   std::move(storage)),
-          report_(options.json, options.quiet) {}
+          report_(options.json, options.quiet, options.hidesFigures) {}
 
     int run();
 

@@ -11,6 +11,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using velmora_test::Program;
 
 TEST(TargetProgram, HelpsWithEveryMannerAndEveryExitCode) {
@@ -35,6 +36,10 @@ struct Wrong {
 TEST(TargetProgram, SaysOfEachWrongArgumentWhatWouldBeRight) {
     const Wrong cases[] = {
         {"--no-such-option", "--no-such-option"},
+        {"--name ''", "--name: empty"},
+        {"--name 12345678901234567890123456789012345678901234567890123456789012345",
+         "--name: more than 64 bytes"},
+        {"--name \"$(printf 'a\\tb')\"", "--name: no UTF-8, or control characters"},
         {"--pcm 20", "--pcm: 20 is not 8, 16, 24, 32, 64, f32, f64 or none"},
         {"--pcm none --dsd none", "--pcm: a target without any format"},
         {"--channels 3", "--channels: 3 is not 1, 2, 4, 6, 8 or 16"},
@@ -129,6 +134,7 @@ TEST(TargetProgram, TakesAllThatCanBeSaidOfATarget) {
         "FIND_REQ=5",
         "--misbehave STREAM_DATA=resend-all --misbehave CONNECT_REQ=echo --seed 3",
         "--alsa-buffer 40 --alsa-period 10",
+        "--name 1234567890123456789012345678901234567890123456789012345678901234 --no-figures",
     };
     Program target(VELMORA_TARGET);
     for (const char* arguments : good) {
@@ -154,6 +160,22 @@ TEST(TargetProgram, TellsInWordsWhatItHasPlayed) {
               "resend ", "underruns ", "bursts ", "feedback "}) {
             EXPECT_THAT(shell.output, HasSubstr(part));
         }
+    });
+}
+
+TEST(TargetProgram, PrintsNoFiguresOfAStreamWhereNoneAreWanted) {
+    VELMORA_IN_NAMESPACE(velmora_test::Wiring::cable, [](const velmora_test::Cable&) {
+        Program shell("sh");
+        const std::string words = shell.scratch.path("words");
+        const std::string script = shell.scratch.write(
+            "session", "export XDG_CONFIG_HOME=" + shell.scratch.path("config") + "\n" +
+                           VELMORA_TARGET " --interface far --no-figures --once --seconds 60 >" +
+                           words + " &\n" + VELMORA_PLAY " --quiet --tone 1000 --seconds 1.5 &&" +
+                           " wait $! && cat " + words + "\n");
+        EXPECT_EQ(shell.run(script), 0) << shell.errors;
+        EXPECT_THAT(shell.output, HasSubstr("  sink 1 connected to "));
+        EXPECT_THAT(shell.output, HasSubstr("ended "));
+        EXPECT_THAT(shell.output, Not(HasSubstr(" fill ")));
     });
 }
 
