@@ -3,8 +3,8 @@
 
 dll_exports='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer DllVelmorafind'
 # What every 64-bit Windows has.
-windows_libraries='advapi32.dll comctl32.dll gdi32.dll iphlpapi.dll kernel32.dll msvcrt.dll ole32.dll shell32.dll
-user32.dll uxtheme.dll winmm.dll ws2_32.dll'
+windows_libraries='advapi32.dll comctl32.dll gdi32.dll iphlpapi.dll kernel32.dll msvcrt.dll ole32.dll rstrtmgr.dll
+shell32.dll user32.dll uxtheme.dll winmm.dll ws2_32.dll'
 
 image_dump() { LC_ALL=C TZ=UTC x86_64-w64-mingw32-objdump "$@"; }
 
@@ -78,7 +78,7 @@ check_reproduced() {
 
 suite_dll() {
     dll_passed=0 dll_failed=0
-    build_preset windows asio_korvente_x64 velmora-play velmora-find velmora-log velmora-settings
+    build_preset windows asio_korvente_x64 velmora-play velmora-find velmora-log velmora-settings velmora-register
     local dll=$build/windows/bin/asio_korvente_x64.dll
     check_image "$dll" "$dll_exports"
     check_guards "$dll"
@@ -86,6 +86,7 @@ suite_dll() {
     check_image "$(exe velmora-find)" ''
     check_image "$(exe velmora-settings)" ''
     check_image "$(exe velmora-log)" ''
+    check_image "$(exe velmora-register)" ''
     check_reproduced "$dll"
     count dll $dll_passed $dll_failed
 }
