@@ -1,6 +1,6 @@
 # ./dev test: every suite, and a count of all tests at the end. Sourced by ./dev.
 
-suite_names=(format asan tsan windows dll native-e2e tsan-e2e wine-e2e settings-e2e package-e2e)
+suite_names=(format asan tsan windows dll native-e2e tsan-e2e wine-e2e settings-e2e install-e2e package-e2e)
 total_passed=0
 total_failed=0
 
@@ -177,8 +177,10 @@ run_tests() {
     . scripts/log-e2e.sh
     . scripts/dll.sh
     . scripts/settings-e2e.sh
+    . scripts/package-windows.sh
+    . scripts/install-e2e.sh
     . scripts/package-e2e.sh
-    trap 'drop_find_e2e; end_settings_e2e; end_package_e2e; end_wine; drop_namespaces' EXIT
+    trap 'drop_find_e2e; end_settings_e2e; end_install_e2e; end_package_e2e; end_wine; drop_namespaces' EXIT
     for suite in "${suites[@]}"; do "suite_$suite"; done
     say ""
     say "$total_passed passed, $total_failed failed"

@@ -1,0 +1,446 @@
+# The suite `install-e2e` of ./dev test: the setup program and the zip as they are packed, through their whole life
+# under Wine, in a prefix of their own. Sourced by scripts/test.sh.
+
+install_prefix=$build/wine-install
+install_work=$build/install-e2e
+install_drive=$install_prefix/drive_c
+install_folder="$install_drive/Program Files/KORVENTE Velmora"
+install_shortcuts="$install_drive/ProgramData/Microsoft/Windows/Start Menu/Programs/KORVENTE Velmora"
+install_class='{5D2C7A14-9B3E-4C61-8E0F-2A7B41C9D063}'
+install_uninstall_key='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\KORVENTE Velmora'
+# No menu of this machine's own desktop gets the shortcuts.
+install_variables=(WINEPREFIX="$install_prefix" WINEDEBUG=-all LC_ALL=C.UTF-8
+    WINEDLLOVERRIDES='mscoree=;mshtml=;winemenubuilder.exe=')
+install_target_job=
+
+install_env() { in_host env -u DISPLAY "${install_variables[@]}" "$@"; }
+install_wine() { install_env wine "$@"; }
+install_settings() { printf '%s' "$install_drive/users/$(id -un)/AppData/Roaming/KORVENTE Velmora"; }
+
+install_passed=0
+install_failed=0
+# promise WHAT COMMAND...: one check; its output is the reason where it fails.
+promise() {
+    local what=$1 why
+    shift
+    if why=$("$@" 2>&1); then install_passed=$((install_passed + 1)); else
+        install_failed=$((install_failed + 1))
+        printf '  install-e2e: not so: %s: %s\n' "$what" "$(tr '\r\n' '  ' <<<"$why" | cut -c 1-300)"
+    fi
+}
+is() { [ "$1" = "$2" ] || { printf 'it is "%s", not "%s"' "$1" "$2"; return 1; }; }
+says() { grep -qF -- "$2" "$1" || { printf 'it says "%s"' "$(cat "$1")"; return 1; }; }
+is_there() { [ -e "$1" ] || { printf 'there is no %s' "${1#"$install_drive"/}"; return 1; }; }
+is_gone() { [ ! -e "$1" ] || { printf 'there is %s' "${1#"$install_drive"/}"; return 1; }; }
+is_same() { cmp "$1" "$2"; }
+is_same_tree() { diff -rq "$1" "$2"; }
+
+# batch LINE: a command line as it stands, blanks and quotes included; its code in $code, its words in said.txt.
+code=0
+batch() {
+    code=0
+    printf '@echo off\r\n%s\r\nexit /b %%errorlevel%%\r\n' "$1" >"$install_work/line.cmd"
+    install_wine cmd /c "$(windows_path "$install_work/line.cmd")" >"$install_work/said.txt" 2>&1 </dev/null || code=$?
+}
+# setup VERSION [ARGS...]: runs a setup program silently.
+setup() {
+    local version=$1
+    shift
+    batch "\"$(windows_path "$install_work/setup-$version.exe")\" /S $*"
+}
+# remove FOLDER [ARGS...]: by the uninstaller there, waited for.
+remove() {
+    local folder=$1 windows
+    shift
+    windows="C:\\${folder#"$install_drive"/}"
+    windows=${windows//\//\\}
+    batch "\"$windows\\uninstall.exe\" /S $* _?=$windows"
+}
+# What Windows' settings call: the uninstaller goes on from a copy of itself, so that its own file can go.
+remove_quietly() {
+    local tries=0
+    batch "$(registry_value "$install_uninstall_key" QuietUninstallString)"
+    until [ ! -e "$install_folder/uninstall.exe" ] || [ $tries -ge 200 ]; do sleep 0.1; tries=$((tries + 1)); done
+    sleep 0.5
+}
+# script FOLDER NAME [ARGS...]: one of the zip's.
+script() {
+    local folder=$1 name=$2
+    shift 2
+    code=0
+    (cd "$folder" && install_wine cmd /c "$name.cmd" /S "$@" >"$install_work/said.txt" 2>&1 </dev/null) || code=$?
+}
+
+# registry_value KEY NAME, and the key's own value without one.
+registry_value() {
+    if [ -n "${2-}" ]; then set -- "$1" /v "$2"; else set -- "$1" /ve; fi
+    install_wine reg query "$@" 2>/dev/null | tr -d '\r' | sed -nE 's/^ +.* +REG_(SZ|DWORD) +(.*)$/\2/p'
+}
+class_path() { registry_value "HKCR\\CLSID\\$install_class\\InprocServer32"; }
+
+# snapshot NAME: all of the registry without its times, and every file and folder of the drive with its sum.
+snapshot() {
+    local to=$install_work/$1 part
+    install_env wineserver -k -w 2>/dev/null || true
+    rm -rf "$to"
+    mkdir -p "$to"
+    for part in system user userdef; do
+        # Nor what Wine notes down of its display at each start, and which scratch files are to go at the next one:
+        # the uninstaller cannot remove the copy of itself that it runs from.
+        sed -E -e '/^#time=/d' -e '/^"DriverDateData"=/d' -e '/^@="(Display adapters|Monitors)"$/d' \
+            -e '/^"PendingFileRenameOperations"=/d' -e 's/^(\[.*\]) [0-9]+( [0-9]+)?$/\1/' "$install_prefix/$part.reg" >"$to/$part.reg"
+    done
+    # Not the system's own scratch folders, nor what this suite put onto the drive.
+    (cd "$install_drive" && find . -path ./windows/temp -prune -o -path './users/*/Temp' -prune -o \
+        -path './users/*/AppData/Local/Temp' -prune -o -path ./host -prune -o -path ./readonly -prune -o \
+        -path ./small -prune -o -path ./zip -prune -o -type f -exec sha256sum {} + -o -type d -printf 'folder %p\n' |
+        LC_ALL=C sort -k 2) >"$to/files.txt"
+}
+# snapshots_agree A B: one check a part of them.
+snapshots_agree() {
+    local part
+    for part in system.reg user.reg userdef.reg files.txt; do
+        promise "$part is as it was before ($1, $2)" is_same_tree_part "$1" "$2" "$part"
+    done
+}
+is_same_tree_part() {
+    local different
+    different=$(diff "$install_work/$1/$3" "$install_work/$2/$3" || true)
+    [ -z "$different" ] || { grep -E '^[<>]' <<<"$different"; return 1; }
+}
+
+# Always a new one: what an earlier run left would be no beginning.
+need_install_prefix() {
+    say "Making a Wine prefix for the setup program"
+    rm -rf "$install_prefix"
+    log_step "wineboot" install-wineboot install_env wineboot -i
+    # Wine counts as Windows 7 by itself.
+    log_step "Windows 10" install-windows install_wine winecfg -v win10
+    install_env wineserver -w
+}
+
+# make_packages: today's, an older one with one file more and other factory settings, and one whose DLL is none.
+make_packages() {
+    local version
+    version=$(package_version)
+    package_windows "$install_work/packages"
+    local stage=$build/package-windows/stage old=$install_work/stage-old broken=$install_work/stage-broken
+    cp "$install_work/packages/velmora-$version-windows-x64-setup.exe" "$install_work/setup-now.exe"
+    rm -rf "$old" "$broken"
+    cp -r "$stage" "$old"
+    sed -i -e 's/^Version=.*/Version=1_111_0/' -e 's/^CycleTime=.*/CycleTime=1500/' "$old/setting_org.inf"
+    echo "of old" >"$old/docs/of-old.txt"
+    log_step "Packing an older version" install-old make_setup "$old" 1.111.0 "$install_work/setup-old.exe" zlib
+    cp -r "$stage" "$broken"
+    echo "no DLL" >"$broken/asio_korvente_x64.dll"
+    log_step "Packing a broken version" install-broken make_setup "$broken" "$version" "$install_work/setup-broken.exe" zlib
+}
+
+# Twice from files that came at other times into a folder of another name, in another time zone.
+try_reproduced() {
+    local name
+    name=velmora-$(package_version)-windows-x64
+    local again=$install_work/another-stage
+    (umask 077 && stage_windows "$again")
+    TZ=Asia/Tokyo log_step "Packing again" install-again make_setup "$again" "$(package_version)" "$install_work/again-setup.exe"
+    TZ=Asia/Tokyo log_step "Zipping again" install-again-zip make_zip "$again" "$install_work/again/$name.zip"
+    promise "the setup program is the same bytes again" is_same "$install_work/packages/$name-setup.exe" "$install_work/again-setup.exe"
+    promise "the zip is the same bytes again" is_same "$install_work/packages/$name.zip" "$install_work/again/$name.zip"
+}
+
+# look_at_installed FOLDER STAGE VERSION: files, registry, shortcuts.
+look_at_installed() {
+    local folder=$1 stage=$2 version=$3 windows lists=$install_work/installed
+    windows="C:\\${folder#"$install_drive"/}"
+    windows=${windows//\//\\}
+    rm -rf "$lists"
+    mkdir -p "$lists"
+    cp -r "$folder/." "$lists/" || true
+    promise "there is an uninstaller" is_there "$lists/uninstall.exe"
+    rm -f "$lists/uninstall.exe" "$lists/mine.txt"
+    promise "$version has all files and no other" is_same_tree "$stage" "$lists"
+    promise "the class leads to the DLL" is "$(class_path)" "$(tr '[:upper:]' '[:lower:]' <<<"$windows\\asio_korvente_x64.dll")"
+    promise "the class has its threading model" is \
+        "$(registry_value "HKCR\\CLSID\\$install_class\\InprocServer32" ThreadingModel)" Apartment
+    promise "hosts find the class" is "$(registry_value 'HKLM\SOFTWARE\ASIO\KORVENTE Velmora' CLSID)" "$install_class"
+    promise "a host lists the driver" list_has "KORVENTE Velmora"
+    promise "Windows' settings show its version" is "$(registry_value "$install_uninstall_key" DisplayVersion)" "$version"
+    promise "and where it is" is "$(registry_value "$install_uninstall_key" InstallLocation)" "$windows"
+    promise "and how it goes" is "$(registry_value "$install_uninstall_key" UninstallString)" "\"$windows\\uninstall.exe\""
+    promise "and how it goes silently" is "$(registry_value "$install_uninstall_key" QuietUninstallString)" "\"$windows\\uninstall.exe\" /S"
+    promise "the menu has the settings" is_there "$install_shortcuts/Velmora settings.lnk"
+}
+list_has() {
+    install_wine "$(exe velmora-play)" --list >"$install_work/list.txt" 2>&1 || true
+    says "$install_work/list.txt" "$1"
+}
+nothing_listed() { ! list_has "KORVENTE Velmora"; }
+
+refused() {  # CODE SENTENCE
+    promise "the code is $1" is "$code" "$1"
+    promise "it says why" says "$install_work/said.txt" "$2"
+}
+
+# A stream of an older release's settings: the first opening by the new one puts the factory's in their place.
+play_installed() {
+    local work=$install_work/play file=$install_work/music.wav
+    # shellcheck disable=SC2034 # read by play_over_the_net
+    local wine_prefix=$install_prefix wine_variables=("${install_variables[@]}")
+    mkdir -p "$work"
+    [ -f "$file" ] || "$(native velmora-audio)" generate --seconds 2 --bits 16 --rate 44100 "$file"
+    play_over_the_net no "$work" "$file" "$work/played.wav" --pcm 16 -- >"$work/out.log" 2>&1 || {
+        printf 'the player ended with %s: ' $?
+        tail -n 3 "$work/player.log"
+        return 1
+    }
+    "$(native velmora-audio)" compare --target-summary "$work/target.json" "$file" "$work/played.wav"
+}
+
+# A host under another name than ours that plays until it is ended.
+start_host() {
+    local tries=0
+    mkdir -p "$install_drive/host"
+    cp "$(exe velmora-play)" "$install_drive/host/My Host.exe"
+    rm -f "$install_work/held.wav"
+    in_target "$(native velmora-target)" --interface vtarget --once --seconds 120 --output "$install_work/held.wav" \
+        >"$install_work/held-target.log" 2>&1 &
+    install_target_job=$!
+    install_wine "$install_drive/host/My Host.exe" --driver "KORVENTE Velmora" --tone 440 --seconds 100 \
+        >"$install_work/held-host.log" 2>&1 &
+    until [ "$(stat -c %s "$install_work/held.wav" 2>/dev/null || echo 0)" -gt 4096 ] || [ $tries -ge 300 ]; do
+        sleep 0.1
+        tries=$((tries + 1))
+    done
+}
+end_host() {
+    install_env wineserver -k -w 2>/dev/null || true
+    [ -z "$install_target_job" ] || { kill "$install_target_job" 2>/dev/null || true; wait "$install_target_job" 2>/dev/null || true; }
+    install_target_job=
+}
+
+mount_install_disks() {
+    mkdir -p "$install_drive/readonly" "$install_drive/small"
+    as_root mount -t tmpfs -o ro,size=64k velmora-readonly "$install_drive/readonly"
+    as_root mount -t tmpfs -o size=512k,mode=777 velmora-small "$install_drive/small"
+}
+drop_install_disks() {
+    local disk
+    for disk in readonly small; do
+        ! mountpoint -q "$install_drive/$disk" 2>/dev/null || as_root umount "$install_drive/$disk"
+    done
+}
+end_install_e2e() {
+    if [ -d "$install_prefix" ]; then env "${install_variables[@]}" wineserver -k -w 2>/dev/null || true; fi
+    [ -z "$install_target_job" ] || kill "$install_target_job" 2>/dev/null || true
+    drop_install_disks
+}
+
+write_own_settings() {  # VERSION
+    mkdir -p "$(install_settings)"
+    printf '; mine\r\nVersion=%s\r\nCycleTime=700\r\n' "$1" >"$(install_settings)/setting.inf"
+    # The stream of this suite has a busy machine to get along with.
+    printf 'ASIOBufferSizePre=2048\r\nSyncBufferCount=12\r\n' >"$(install_settings)/debug.inf"
+    cp "$(install_settings)/setting.inf" "$install_work/own.inf"
+}
+drop_own_settings() { rm -rf "$(install_settings)"; }
+
+try_refusals_of_folders() {
+    local long
+    long="C:\\velmora\\$(printf 'a%.0s' {1..100})"
+    setup now "/D=$long"
+    refused 4 "path is too long: with the driver's name it has 133 characters"
+    promise "nothing is left of it" is_gone "$install_drive/velmora"
+    setup now '/D=C:\readonly\Velmora'
+    refused 4 'Nothing can be written into C:\readonly\Velmora'
+    setup now '/D=C:\small\Velmora'
+    refused 4 'too little room in C:\small\Velmora'
+    promise "nothing is left there" is_gone "$install_drive/small/Velmora"
+    promise "no host sees a driver" nothing_listed
+}
+try_old_windows() {
+    install_wine winecfg -v win7 >/dev/null 2>&1
+    setup now
+    install_wine winecfg -v win10 >/dev/null 2>&1
+    refused 7 "KORVENTE Velmora needs Windows 10 or later."
+}
+try_broken() {
+    setup broken
+    refused 6 "The driver could not be registered"
+    promise "nothing is left of it" is_gone "$install_folder"
+    promise "no host sees a driver" nothing_listed
+}
+
+try_upgrade() {
+    local now=$build/package-windows/stage
+    setup old
+    promise "the older version installs" is "$code" 0
+    look_at_installed "$install_folder" "$install_work/stage-old" 1.111.0
+    write_own_settings 1_111_0
+    echo mine >"$install_folder/mine.txt"
+    setup now
+    promise "the upgrade ends well" is "$code" 0
+    look_at_installed "$install_folder" "$now" "$(package_version)"
+    promise "somebody's own file stays" is_there "$install_folder/mine.txt"
+    promise "the upgrade leaves the settings alone" is_same "$install_work/own.inf" "$(install_settings)/setting.inf"
+    promise "the installed DLL plays bit for bit" play_installed
+    promise "opened, it puts the new factory's settings in place" says "$(install_settings)/setting.inf" "Version=1_112_1"
+    promise "with the factory's values" says "$(install_settings)/setting.inf" "CycleTime=1000"
+}
+try_downgrade() {
+    setup old
+    refused 5 "A newer version, $(package_version), is installed."
+    promise "the newer one is still there" is_same "$build/package-windows/stage/setting_org.inf" "$install_folder/setting_org.inf"
+}
+try_repair() {
+    write_own_settings 1_112_1
+    rm "$install_folder/velmora-find.exe"
+    echo broken >"$install_folder/docs/settings.txt"
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO\KORVENTE Velmora' /f >/dev/null 2>&1
+    install_wine reg add "HKCR\\CLSID\\$install_class\\InprocServer32" /v ThreadingModel /d Both /f >/dev/null 2>&1
+    setup now
+    promise "the repair ends well" is "$code" 0
+    look_at_installed "$install_folder" "$build/package-windows/stage" "$(package_version)"
+    promise "the repair leaves the settings alone" is_same "$install_work/own.inf" "$(install_settings)/setting.inf"
+}
+try_held() {
+    start_host
+    rm -rf "$install_work/held"
+    cp -r "$install_folder" "$install_work/held"
+    setup now
+    refused 3 "My Host.exe (process "
+    promise "it says what is open" says "$install_work/said.txt" "has asio_korvente_x64.dll open. Close it and try again."
+    remove "$install_folder"
+    refused 3 "My Host.exe (process "
+    promise "nothing has changed" is_same_tree "$install_work/held" "$install_folder"
+    promise "the driver is still registered" is "$(class_path)" 'c:\program files\korvente velmora\asio_korvente_x64.dll'
+    end_host
+    rm -rf "$install_work/held"
+}
+try_move() {
+    setup now '/D=C:\music tools\Velmora'
+    promise "it moves" is "$code" 0
+    look_at_installed "$install_drive/music tools/Velmora" "$build/package-windows/stage" "$(package_version)"
+    promise "somebody's own file stays" is "$(ls "$install_folder")" mine.txt
+    rm -rf "$install_folder"
+    setup now
+    promise "without /D= it stays where it is" is "$(registry_value "$install_uninstall_key" InstallLocation)" 'C:\music tools\Velmora'
+    setup now '/D=C:\Program Files\KORVENTE Velmora'
+    promise "it moves back" is "$code" 0
+    promise "the other folder is gone" is_gone "$install_drive/music tools/Velmora"
+    rm -rf "$install_drive/music tools"
+}
+try_removal() {
+    echo mine >"$install_folder/mine.txt"
+    remove_quietly
+    promise "the removal begins well" is "$code" 0
+    promise "somebody's own file stays, and nothing else" is "$(ls "$install_folder")" mine.txt
+    promise "the settings stay" is_same "$install_work/own.inf" "$(install_settings)/setting.inf"
+    rm -rf "$install_folder"
+    drop_own_settings
+    snapshot after-setup
+    snapshots_agree before after-setup
+}
+try_removal_with_settings() {
+    setup now
+    write_own_settings 1_112_1
+    echo mine >"$(install_settings)/mine.txt"
+    remove "$install_folder" /SETTINGS
+    promise "the removal ends well" is "$code" 0
+    promise "the settings are gone, somebody's own file is not" is "$(ls "$(install_settings)")" mine.txt
+    rm -rf "$install_folder"
+    drop_own_settings
+    snapshot after-settings
+    snapshots_agree before after-settings
+}
+try_other_registration() {
+    setup now
+    mkdir -p "$install_drive/host"
+    cp "$build/windows/bin/asio_korvente_x64.dll" "$install_drive/host/"
+    install_wine regsvr32 /s 'C:\host\asio_korvente_x64.dll' >/dev/null 2>&1 || true
+    remove "$install_folder"
+    promise "the removal ends well" is "$code" 0
+    promise "a registration that leads elsewhere stays" is "$(class_path)" 'c:\host\asio_korvente_x64.dll'
+    install_wine regsvr32 /u /s 'C:\host\asio_korvente_x64.dll' >/dev/null 2>&1 || true
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    rm -rf "$install_folder"
+}
+try_zip() {
+    local name folder work=$install_work/zip-as-it-was long
+    name=velmora-$(package_version)-windows-x64
+    folder=$install_drive/zip/$name
+    long=$install_drive/zip/$(printf 'a%.0s' {1..100})
+    rm -rf "$install_drive/zip" "$work"
+    mkdir -p "$install_drive/zip" "$work"
+    unzip -q "$install_work/packages/$name.zip" -d "$install_drive/zip"
+    cp -r "$folder" "$work/"
+    rm "$work/$name/install.cmd" "$work/$name/uninstall.cmd"
+    promise "the zip has the files of the setup program, and two scripts" is_same_tree "$work/$name" "$build/package-windows/stage"
+    snapshot before-zip
+    setup now
+    script "$folder" install
+    refused 5 "installed by its setup program already"
+    promise "the setup program's registration stays" is "$(class_path)" 'c:\program files\korvente velmora\asio_korvente_x64.dll'
+    script "$folder" uninstall
+    refused 5 "Left alone, since it is registered from another file"
+    remove "$install_folder"
+    rm -rf "$install_folder"
+    script "$folder" install
+    promise "install.cmd ends well" is "$code" 0
+    promise "the class leads into its folder" is "$(class_path)" "c:\\zip\\$name\\asio_korvente_x64.dll"
+    promise "a host lists the driver" list_has "KORVENTE Velmora"
+    write_own_settings 1_112_1
+    start_host
+    script "$folder" uninstall
+    refused 3 "My Host.exe (process "
+    end_host
+    script "$folder" uninstall
+    promise "uninstall.cmd ends well" is "$code" 0
+    promise "no host sees a driver" nothing_listed
+    promise "the settings stay" is_same "$install_work/own.inf" "$(install_settings)/setting.inf"
+    script "$folder" install
+    script "$folder" uninstall /SETTINGS
+    promise "uninstall.cmd with the settings ends well" is "$code" 0
+    promise "the settings are gone" is_gone "$(install_settings)"
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    snapshot after-zip
+    snapshots_agree before-zip after-zip
+    mkdir -p "$long"
+    cp -r "$folder" "$long/v"
+    script "$long/v" install
+    refused 4 "path is too long"
+    promise "no host sees a driver" nothing_listed
+    rm "$folder/velmora-register.exe"
+    script "$folder" install
+    refused 4 "Unpack the whole zip"
+    rm -rf "$install_drive/zip"
+}
+
+suite_install-e2e() {
+    need_packages "${package_windows_packages[@]}" unzip
+    install_passed=0 install_failed=0
+    build_preset release velmora-target velmora-audio
+    mkdir -p "$install_work/again"
+    make_packages
+    try_reproduced
+    need_namespaces
+    need_install_prefix
+    mount_install_disks
+    # What Wine writes at the first start of anything is no trace of ours.
+    promise "no host sees a driver" nothing_listed
+    snapshot before
+    try_refusals_of_folders
+    try_old_windows
+    try_broken
+    try_upgrade
+    try_downgrade
+    try_repair
+    try_held
+    try_move
+    try_removal
+    try_removal_with_settings
+    try_other_registration
+    try_zip
+    end_install_e2e
+    drop_namespaces
+    count install-e2e $install_passed $install_failed
+}
