@@ -136,15 +136,29 @@ make_packages() {
     log_step "Packing a broken version" install-broken make_setup "$broken" "$version" "$install_work/setup-broken.exe" zlib
 }
 
-# Twice from files that came at other times into a folder of another name, in another time zone.
+# Once more, from files that came at another time into a folder of another name, with other rights, in another time
+# zone; beside the tests, which wait more than they count.
+install_packing=
+pack_again() {
+    local name again=$install_work/another-stage
+    name=velmora-$(package_version)-windows-x64
+    mkdir -p "$install_work/again"
+    rm -f "$install_work/again"/*
+    (
+        umask 077
+        stage_windows "$again"
+        export TZ=Asia/Tokyo
+        make_setup "$again" "$(package_version)" "$install_work/again/$name-setup.exe"
+        make_zip "$again" "$install_work/again/$name.zip"
+    ) >"$logs/install-again.log" 2>&1 &
+    install_packing=$!
+}
 try_reproduced() {
     local name
     name=velmora-$(package_version)-windows-x64
-    local again=$install_work/another-stage
-    (umask 077 && stage_windows "$again")
-    TZ=Asia/Tokyo log_step "Packing again" install-again make_setup "$again" "$(package_version)" "$install_work/again-setup.exe"
-    TZ=Asia/Tokyo log_step "Zipping again" install-again-zip make_zip "$again" "$install_work/again/$name.zip"
-    promise "the setup program is the same bytes again" is_same "$install_work/packages/$name-setup.exe" "$install_work/again-setup.exe"
+    wait "$install_packing" || true
+    install_packing=
+    promise "the setup program is the same bytes again" is_same "$install_work/packages/$name-setup.exe" "$install_work/again/$name-setup.exe"
     promise "the zip is the same bytes again" is_same "$install_work/packages/$name.zip" "$install_work/again/$name.zip"
 }
 
@@ -181,6 +195,22 @@ refused() {  # CODE SENTENCE
     promise "it says why" says "$install_work/said.txt" "$2"
 }
 
+# Somebody else's folder where a file is to go, and somebody else's key for ASIO drivers.
+try_halfway() {
+    mkdir -p "$install_folder/velmora-log.exe"
+    setup now
+    refused 4 "Not all files could be written into C:\\Program Files\\KORVENTE Velmora."
+    promise "what was written is gone again" is "$(cd "$install_folder" && find . | sort | tr '\n' ' ')" ". ./velmora-log.exe "
+    promise "no host sees a driver" nothing_listed
+    rm -rf "$install_folder"
+    install_wine reg add 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    setup now
+    remove "$install_folder"
+    promise "an empty key that was there before stays" install_wine reg query 'HKLM\SOFTWARE\ASIO'
+    promise "no host sees a driver" nothing_listed
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    rm -rf "$install_folder"
+}
 # A stream of an older release's settings: the first opening by the new one puts the factory's in their place.
 play_installed() {
     local work=$install_work/play file=$install_work/music.wav
@@ -232,6 +262,7 @@ drop_install_disks() {
 end_install_e2e() {
     if [ -d "$install_prefix" ]; then env "${install_variables[@]}" wineserver -k -w 2>/dev/null || true; fi
     [ -z "$install_target_job" ] || kill "$install_target_job" 2>/dev/null || true
+    [ -z "$install_packing" ] || kill "$install_packing" 2>/dev/null || true
     drop_install_disks
 }
 
@@ -290,6 +321,13 @@ try_downgrade() {
     setup old
     refused 5 "A newer version, $(package_version), is installed."
     promise "the newer one is still there" is_same "$build/package-windows/stage/setting_org.inf" "$install_folder/setting_org.inf"
+}
+try_downgrade_asked_for() {
+    setup old /DOWNGRADE
+    promise "asked for, an older version replaces a newer one" is "$code" 0
+    look_at_installed "$install_folder" "$install_work/stage-old" 1.111.0
+    setup now
+    promise "and is upgraded again" is "$code" 0
 }
 try_repair() {
     write_own_settings 1_112_1
@@ -419,9 +457,9 @@ suite_install-e2e() {
     need_packages "${package_windows_packages[@]}" unzip
     install_passed=0 install_failed=0
     build_preset release velmora-target velmora-audio
-    mkdir -p "$install_work/again"
+    mkdir -p "$install_work"
     make_packages
-    try_reproduced
+    pack_again
     need_namespaces
     need_install_prefix
     mount_install_disks
@@ -431,8 +469,10 @@ suite_install-e2e() {
     try_refusals_of_folders
     try_old_windows
     try_broken
+    try_halfway
     try_upgrade
     try_downgrade
+    try_downgrade_asked_for
     try_repair
     try_held
     try_move
@@ -440,6 +480,7 @@ suite_install-e2e() {
     try_removal_with_settings
     try_other_registration
     try_zip
+    try_reproduced
     end_install_e2e
     drop_namespaces
     count install-e2e $install_passed $install_failed

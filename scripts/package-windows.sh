@@ -5,7 +5,7 @@ package_windows_packages=(nsis zip)
 package_windows_programs=(velmora-settings velmora-play velmora-find velmora-log velmora-register)
 # Documents, by their place in the tree; each becomes docs/NAME.txt, a picture stays as it is.
 package_windows_documents=(README.md CHANGELOG.md SECURITY.md docs/installing.md docs/settings.md docs/log.md)
-package_windows_pictures=(docs/settings-target.png docs/settings-audio.png docs/settings-transport.png
+package_windows_pictures=(docs/installer.png docs/settings-target.png docs/settings-audio.png docs/settings-transport.png
     docs/settings-diagnostics.png docs/log.svg)
 
 # The version by CMake's project.
@@ -78,7 +78,7 @@ make_setup() {
     # NOCD: paths are as they are given here.
     SOURCE_DATE_EPOCH=$(package_time) TZ=UTC makensis -V2 -WX -NOCD -INPUTCHARSET UTF8 -DVERSION="$version" -DCOMPRESSOR="$compressor" \
         -DSTAGE="$stage" -DLISTS="$lists" -DSIZE="$size" -DSIZE_AND_MORE=$((size + 1024)) -DOUTFILE="$file" \
-        -DPICTURE="$root/packaging/windows/setup.bmp" \
+        -DPICTURES="$root/packaging/windows" \
         "$root/packaging/windows/velmora.nsi"
 }
 

@@ -4,7 +4,7 @@
 ;   LISTS    InstallFiles, RemoveFiles, RemoveFolders and NAME_HELD_FILES, made from what lies in STAGE
 ;   SIZE     of all of them, in KB
 ;   COMPRESSOR  lzma, or zlib where time counts
-;   PICTURE  at the side of the first page and the last
+;   PICTURES the folder of setup.bmp, setup.ico and remove.ico
 ;   OUTFILE
 ; What it refuses it refuses before anything is changed, with one sentence and a code (docs/installing.md).
 
@@ -54,7 +54,9 @@ VIAddVersionKey FileVersion "${VERSION}"
 VIAddVersionKey LegalCopyright ""
 
 !define MUI_ABORTWARNING
-!define MUI_WELCOMEFINISHPAGE_BITMAP "${PICTURE}"
+!define MUI_WELCOMEFINISHPAGE_BITMAP "${PICTURES}/setup.bmp"
+!define MUI_ICON "${PICTURES}/setup.ico"
+!define MUI_UNICON "${PICTURES}/remove.ico"
 !define MUI_CUSTOMFUNCTION_ABORT onUserAbort
 !define MUI_WELCOMEPAGE_TITLE "${PRODUCT} ${VERSION}"
 !define MUI_WELCOMEPAGE_TEXT "This installs the network audio driver and its programs: the settings, a player, a finder \
@@ -81,6 +83,7 @@ ${PRODUCT}. If Windows' firewall asks, allow your software on private networks: 
 !define MUI_COMPONENTSPAGE_NODESC
 !define MUI_COMPONENTSPAGE_TEXT_TOP "This removes ${PRODUCT} from this computer. Choose what goes with it, and press \
 Uninstall."
+!define MUI_PAGE_CUSTOMFUNCTION_SHOW un.hideSpace
 !insertmacro MUI_UNPAGE_COMPONENTS
 !insertmacro MUI_UNPAGE_INSTFILES
 !insertmacro MUI_LANGUAGE English
@@ -384,6 +387,7 @@ Section "-${PRODUCT}"
     WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoModify" 1
     WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoRepair" 1
     WriteRegDWORD HKLM "${UNINSTALL_KEY}" "MadeAsioKey" $madeAsio
+    SetOutPath "$PLUGINSDIR"
 SectionEnd
 
 ; By way of the shell, so that the settings are those of the person and not of the administrator.
@@ -392,6 +396,11 @@ Function openSettings
 FunctionEnd
 
 ; ---- removing ----
+
+; Nothing needs room where something goes.
+Function un.hideSpace
+    ShowWindow $mui.ComponentsPage.SpaceRequired ${SW_HIDE}
+FunctionEnd
 
 Section "un.${PRODUCT}" removesAll
     SectionIn RO
