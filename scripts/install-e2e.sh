@@ -15,6 +15,9 @@ install_target_job=
 
 install_env() { in_host env -u DISPLAY "${install_variables[@]}" "$@"; }
 install_wine() { install_env wine "$@"; }
+# One server for all that follows: none that is just about to end when the next program starts.
+begin_install_wine() { install_env wineserver -p 2>/dev/null || true; }
+end_install_wine() { install_env wineserver -k -w 2>/dev/null || true; }
 install_settings() { printf '%s' "$install_drive/users/$(id -un)/AppData/Roaming/KORVENTE Velmora"; }
 
 install_passed=0
@@ -74,14 +77,14 @@ script() {
 # registry_value KEY NAME, and the key's own value without one.
 registry_value() {
     if [ -n "${2-}" ]; then set -- "$1" /v "$2"; else set -- "$1" /ve; fi
-    install_wine reg query "$@" 2>/dev/null | tr -d '\r' | sed -nE 's/^ +.* +REG_(SZ|DWORD) +(.*)$/\2/p'
+    install_wine reg query "$@" 2>>"$logs/install-registry.log" | tr -d '\r' | sed -nE 's/^ +.* +REG_(SZ|DWORD) +(.*)$/\2/p'
 }
 class_path() { registry_value "HKCR\\CLSID\\$install_class\\InprocServer32"; }
 
 # snapshot NAME: all of the registry without its times, and every file and folder of the drive with its sum.
 snapshot() {
     local to=$install_work/$1 part
-    install_env wineserver -k -w 2>/dev/null || true
+    end_install_wine
     rm -rf "$to"
     mkdir -p "$to"
     for part in system user userdef; do
@@ -95,6 +98,7 @@ snapshot() {
         -path './users/*/AppData/Local/Temp' -prune -o -path ./host -prune -o -path ./readonly -prune -o \
         -path ./small -prune -o -path ./zip -prune -o -type f -exec sha256sum {} + -o -type d -printf 'folder %p\n' |
         LC_ALL=C sort -k 2) >"$to/files.txt"
+    begin_install_wine
 }
 # snapshots_agree A B: one check a part of them.
 snapshots_agree() {
@@ -116,7 +120,8 @@ need_install_prefix() {
     log_step "wineboot" install-wineboot install_env wineboot -i
     # Wine counts as Windows 7 by itself.
     log_step "Windows 10" install-windows install_wine winecfg -v win10
-    install_env wineserver -w
+    end_install_wine
+    begin_install_wine
 }
 
 # make_packages: today's, an older one with one file more and other factory settings, and one whose DLL is none.
@@ -243,7 +248,8 @@ start_host() {
     done
 }
 end_host() {
-    install_env wineserver -k -w 2>/dev/null || true
+    end_install_wine
+    begin_install_wine
     [ -z "$install_target_job" ] || { kill "$install_target_job" 2>/dev/null || true; wait "$install_target_job" 2>/dev/null || true; }
     install_target_job=
 }
@@ -314,6 +320,7 @@ try_upgrade() {
     promise "somebody's own file stays" is_there "$install_folder/mine.txt"
     promise "the upgrade leaves the settings alone" is_same "$install_work/own.inf" "$(install_settings)/setting.inf"
     promise "the installed DLL plays bit for bit" play_installed
+    begin_install_wine  # the player's end was the server's
     promise "opened, it puts the new factory's settings in place" says "$(install_settings)/setting.inf" "Version=1_112_1"
     promise "with the factory's values" says "$(install_settings)/setting.inf" "CycleTime=1000"
 }
