@@ -208,12 +208,12 @@ try_halfway() {
     promise "what was written is gone again" is "$(cd "$install_folder" && find . | sort | tr '\n' ' ')" ". ./velmora-log.exe "
     promise "no host sees a driver" nothing_listed
     rm -rf "$install_folder"
-    install_wine reg add 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    install_wine reg add 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1 || true
     setup now
     remove "$install_folder"
     promise "an empty key that was there before stays" install_wine reg query 'HKLM\SOFTWARE\ASIO'
     promise "no host sees a driver" nothing_listed
-    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1 || true
     rm -rf "$install_folder"
 }
 # A stream of an older release's settings: the first opening by the new one puts the factory's in their place.
@@ -313,6 +313,7 @@ try_upgrade() {
     promise "the older version installs" is "$code" 0
     look_at_installed "$install_folder" "$install_work/stage-old" 1.111.0
     write_own_settings 1_111_0
+    mkdir -p "$install_folder"
     echo mine >"$install_folder/mine.txt"
     setup now
     promise "the upgrade ends well" is "$code" 0
@@ -338,10 +339,10 @@ try_downgrade_asked_for() {
 }
 try_repair() {
     write_own_settings 1_112_1
-    rm "$install_folder/velmora-find.exe"
+    rm -f "$install_folder/velmora-find.exe"
     echo broken >"$install_folder/docs/settings.txt"
-    install_wine reg delete 'HKLM\SOFTWARE\ASIO\KORVENTE Velmora' /f >/dev/null 2>&1
-    install_wine reg add "HKCR\\CLSID\\$install_class\\InprocServer32" /v ThreadingModel /d Both /f >/dev/null 2>&1
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO\KORVENTE Velmora' /f >/dev/null 2>&1 || true
+    install_wine reg add "HKCR\\CLSID\\$install_class\\InprocServer32" /v ThreadingModel /d Both /f >/dev/null 2>&1 || true
     setup now
     promise "the repair ends well" is "$code" 0
     look_at_installed "$install_folder" "$build/package-windows/stage" "$(package_version)"
@@ -375,6 +376,7 @@ try_move() {
     rm -rf "$install_drive/music tools"
 }
 try_removal() {
+    mkdir -p "$install_folder"
     echo mine >"$install_folder/mine.txt"
     remove_quietly
     promise "the removal begins well" is "$code" 0
@@ -406,7 +408,7 @@ try_other_registration() {
     promise "the removal ends well" is "$code" 0
     promise "a registration that leads elsewhere stays" is "$(class_path)" 'c:\host\asio_korvente_x64.dll'
     install_wine regsvr32 /u /s 'C:\host\asio_korvente_x64.dll' >/dev/null 2>&1 || true
-    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1 || true
     rm -rf "$install_folder"
 }
 try_zip() {
@@ -446,7 +448,7 @@ try_zip() {
     script "$folder" uninstall /SETTINGS
     promise "uninstall.cmd with the settings ends well" is "$code" 0
     promise "the settings are gone" is_gone "$(install_settings)"
-    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1
+    install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1 || true
     snapshot after-zip
     snapshots_agree before-zip after-zip
     mkdir -p "$long"
