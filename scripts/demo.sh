@@ -68,6 +68,23 @@ show_targets_under_wine() { in_host env "${wine_variables[@]}" wine "$(exe velmo
 
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
+# show_timing WORK: how punctual the stream was whose log lies in WORK: a line, and a picture beside the log. A log
+# that tells nothing of it is no failure: then that is said.
+show_timing() {
+    local work=$1 picture=$1/timing.svg figures behind bursts late
+    rm -f "$picture"
+    figures=$("$(native velmora-log)" --read "$work/driver.log" --quiet --plot "$picture" 2>"$work/timing.log") || true
+    bursts=$(sed -nE 's/^ +bursts +([0-9]+)$/\1/p' <<<"$figures")
+    behind=$(sed -nE 's/^ +behind the deadline +//p' <<<"$figures")
+    late=$(sed -nE 's/^ +late turns +//p' <<<"$figures")
+    if [ -z "$behind" ] || [ ! -s "$picture" ]; then
+        rm -f "$picture"
+        say "No picture of how punctual it was: $(tail -n 1 "$work/timing.log" | grep . || echo "the log has no packet trace.")"
+        return
+    fi
+    say "  $bursts bursts, behind their deadline $behind; late turns ${late:-0}; drawn in ${picture#"$root"/}"
+}
+
 demo() {
     local is_native=no file=
     while [ $# -gt 0 ]; do
@@ -81,7 +98,7 @@ demo() {
     case $file in '' | /*) ;; *) file=$caller/$file ;; esac
     [ -z "$file" ] || [ -r "$file" ] || fail "There is no file $file that can be read."
     need_packages
-    build_preset release velmora-target velmora-play velmora-audio velmora-find
+    build_preset release velmora-target velmora-play velmora-audio velmora-find velmora-log
     if [ $is_native = no ]; then
         build_preset windows asio_korvente_x64 velmora-play velmora-find
         need_wine_prefix
@@ -118,6 +135,9 @@ demo() {
         cat "$work/player.log" >&2
         fail "The player ended with code $code; the target's words are in ${work#"$root"/}/target.log."
     }
+    local code=0
     "$(native velmora-audio)" compare --target-summary "$work/target.json" --driver-log "$work/driver.log" \
-        "$file" "$written"
+        "$file" "$written" || code=$?
+    show_timing "$work"
+    return $code
 }
