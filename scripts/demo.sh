@@ -79,7 +79,7 @@ show_timing() {
     late=$(sed -nE 's/^ +late turns +//p' <<<"$figures")
     if [ -z "$behind" ] || [ ! -s "$picture" ]; then
         rm -f "$picture"
-        say "No picture of how punctual it was: $(tail -n 1 "$work/timing.log" | grep . || echo "the log has no packet trace.")"
+        say "No picture of how punctual it was: $(tail -n 1 "$work/timing.log" | sed "s#$root/##")"
         return
     fi
     say "  $bursts bursts, behind their deadline $behind; late turns ${late:-0}; drawn in ${picture#"$root"/}"

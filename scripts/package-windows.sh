@@ -4,9 +4,10 @@
 package_windows_packages=(nsis zip)
 package_windows_programs=(velmora-settings velmora-play velmora-find velmora-log velmora-register)
 # Documents, by their place in the tree; each becomes docs/NAME.txt, a picture stays as it is.
-package_windows_documents=(README.md CHANGELOG.md SECURITY.md docs/installing.md docs/settings.md docs/log.md)
+package_windows_documents=(README.md CHANGELOG.md SECURITY.md docs/installing.md docs/settings.md docs/log.md
+    docs/troubleshooting.md)
 package_windows_pictures=(docs/installer.png docs/settings-target.png docs/settings-audio.png docs/settings-transport.png
-    docs/settings-diagnostics.png docs/log.svg)
+    docs/settings-diagnostics.png docs/log.svg docs/demo-timing.svg)
 
 # The version by CMake's project.
 package_version() { sed -nE 's/^project\(velmora VERSION ([0-9.]+).*/\1/p' "$root/CMakeLists.txt"; }
@@ -18,7 +19,7 @@ package_time() { printf '%s' "${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --for
 windows_text() {
     # shellcheck disable=SC2016
     sed -E -e 's#\]\((docs/)?([a-z-]+\.(png|svg))\)#](\2)#g' \
-        -e 's#(docs/)?\b(settings|log|installing|README|CHANGELOG|SECURITY)\.md\b#\2.txt#g' -e 's/$/\r/' "$1"
+        -e 's#(docs/)?\b(settings|log|installing|troubleshooting|README|CHANGELOG|SECURITY)\.md\b#\2.txt#g' -e 's/$/\r/' "$1"
 }
 
 # stage_windows FOLDER: the files as they are installed, and nothing else.
