@@ -36,12 +36,6 @@ std::uint64_t rateBits(std::uint32_t hz) noexcept {
     return config.setRate(hz) && config.rate() == hz ? config.word : 0;
 }
 
-std::uint64_t channelBits(std::span<const std::uint32_t> counts) noexcept {
-    std::uint64_t bits = 0;
-    for (const std::uint32_t count : counts) bits |= channelBits(count);
-    return bits;
-}
-
 std::uint64_t rateBits(std::span<const std::uint32_t> rates) noexcept {
     std::uint64_t bits = 0;
     for (const std::uint32_t hz : rates) bits |= rateBits(hz);

@@ -29,7 +29,6 @@ struct FormatMasks {
 // The bits of one channel count or one rate; 0 for what the format word cannot say.
 std::uint64_t channelBits(std::uint32_t channels) noexcept;
 std::uint64_t rateBits(std::uint32_t hz) noexcept;
-std::uint64_t channelBits(std::span<const std::uint32_t> counts) noexcept;
 std::uint64_t rateBits(std::span<const std::uint32_t> rates) noexcept;
 
 // Frames per second: a frame is one sample of every channel, in DSD one word of every channel.
