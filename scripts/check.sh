@@ -42,6 +42,7 @@ coverage() {
     run_ctest coverage coverage -j 2
     . scripts/demo.sh
     . scripts/find-e2e.sh
+    . scripts/log-e2e.sh
     trap 'drop_find_e2e; drop_namespaces' EXIT
     native() { printf '%s' "$build/coverage/bin/$1"; }
     local native_preset=coverage
