@@ -171,7 +171,6 @@ run_tests() {
     for suite in "${suites[@]}"; do
         case " ${suite_names[*]} " in *" $suite "*) ;; *) fail "There is no suite $suite; there are: ${suite_names[*]}" ;; esac
     done
-    need_packages tshark
     . scripts/demo.sh
     . scripts/find-e2e.sh
     . scripts/log-e2e.sh
@@ -180,6 +179,8 @@ run_tests() {
     . scripts/package-windows.sh
     . scripts/install-e2e.sh
     . scripts/package-e2e.sh
+    # What any suite needs, at once: a package that cannot be had is told before anything is built.
+    need_packages tshark unzip "${settings_packages[@]}" "${package_windows_packages[@]}" "${package_e2e_packages[@]}"
     trap 'drop_find_e2e; end_settings_e2e; end_install_e2e; end_package_e2e; end_wine; drop_namespaces' EXIT
     for suite in "${suites[@]}"; do "suite_$suite"; done
     say ""
