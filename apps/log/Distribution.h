@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -24,7 +25,8 @@ public:
     // What `part` of them do not exceed, by the nearest rank; 0 of none.
     std::uint32_t at(double part) const {
         if (count_ == 0) return 0;
-        const auto rank = static_cast<std::uint64_t>(part * static_cast<double>(count_ - 1) + 0.5);
+        const auto rank =
+            static_cast<std::uint64_t>(std::llround(part * static_cast<double>(count_ - 1)));
         std::uint64_t passed = 0;
         for (std::size_t i = 0; i < counts_.size(); ++i) {
             passed += counts_[i];

@@ -20,7 +20,7 @@ struct SentPacket {
     friend bool operator==(const SentPacket&, const SentPacket&) = default;
 };
 
-inline constexpr std::size_t traceBytes = 353 * 4;
+inline constexpr std::size_t traceBytes = std::size_t{353} * 4;
 inline constexpr std::size_t tracePairs = 176;
 
 // Whether a record begins here, as far as its first word tells.

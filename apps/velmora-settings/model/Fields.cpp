@@ -172,12 +172,12 @@ std::string numberRefusal(const Field& field, std::string_view text) {
 
 }  // namespace
 
-std::span<const Field> fields() noexcept {
+std::span<const Field> fields() {
     static const std::array<Field, fieldCount> made = makeFields();
     return made;
 }
 
-const Field& fieldOf(FieldId id) noexcept {
+const Field& fieldOf(FieldId id) {
     return fields()[static_cast<std::size_t>(id)];
 }
 

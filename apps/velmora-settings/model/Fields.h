@@ -60,8 +60,8 @@ struct Field {
     bool followsLow = false;  // read from the section LOW on a machine that CPULOW calls small
 };
 
-std::span<const Field> fields() noexcept;
-const Field& fieldOf(FieldId id) noexcept;
+std::span<const Field> fields();
+const Field& fieldOf(FieldId id);
 
 // "1 to 65535 µs; 0: none": what a control says of itself.
 std::string rangeText(const Field& field);
