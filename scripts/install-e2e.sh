@@ -32,7 +32,7 @@ promise() {
     fi
 }
 is() { [ "$1" = "$2" ] || { printf 'it is "%s", not "%s"' "$1" "$2"; return 1; }; }
-says() { grep -qF -- "$2" "$1" || { printf 'it says "%s"' "$(cat "$1")"; return 1; }; }
+file_says() { grep -qF -- "$2" "$1" || { printf 'it says "%s"' "$(cat "$1")"; return 1; }; }
 is_there() { [ -e "$1" ] || { printf 'there is no %s' "${1#"$install_drive"/}"; return 1; }; }
 is_gone() { [ ! -e "$1" ] || { printf 'there is %s' "${1#"$install_drive"/}"; return 1; }; }
 is_same() { cmp "$1" "$2"; }
@@ -191,13 +191,13 @@ look_at_installed() {
 }
 list_has() {
     install_wine "$(exe velmora-play)" --list >"$install_work/list.txt" 2>&1 || true
-    says "$install_work/list.txt" "$1"
+    file_says "$install_work/list.txt" "$1"
 }
 nothing_listed() { ! list_has "KORVENTE Velmora"; }
 
 refused() {  # CODE SENTENCE
     promise "the code is $1" is "$code" "$1"
-    promise "it says why" says "$install_work/said.txt" "$2"
+    promise "it says why" file_says "$install_work/said.txt" "$2"
 }
 
 # Somebody else's folder where a file is to go, and somebody else's key for ASIO drivers.
@@ -322,8 +322,8 @@ try_upgrade() {
     promise "the upgrade leaves the settings alone" is_same "$install_work/own.inf" "$(install_settings)/setting.inf"
     promise "the installed DLL plays bit for bit" play_installed
     begin_install_wine  # the player's end was the server's
-    promise "opened, it puts the new factory's settings in place" says "$(install_settings)/setting.inf" "Version=1_112_1"
-    promise "with the factory's values" says "$(install_settings)/setting.inf" "CycleTime=1000"
+    promise "opened, it puts the new factory's settings in place" file_says "$(install_settings)/setting.inf" "Version=1_112_1"
+    promise "with the factory's values" file_says "$(install_settings)/setting.inf" "CycleTime=1000"
 }
 try_downgrade() {
     setup old
@@ -354,7 +354,7 @@ try_held() {
     cp -r "$install_folder" "$install_work/held"
     setup now
     refused 3 "My Host.exe (process "
-    promise "it says what is open" says "$install_work/said.txt" "has asio_korvente_x64.dll open. Close it and try again."
+    promise "it says what is open" file_says "$install_work/said.txt" "has asio_korvente_x64.dll open. Close it and try again."
     remove "$install_folder"
     refused 3 "My Host.exe (process "
     promise "nothing has changed" is_same_tree "$install_work/held" "$install_folder"
