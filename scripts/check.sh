@@ -7,7 +7,7 @@ own_folders=(platform base src wire find sync driver target apps)
 lint() {
     local folders=("$@")
     [ ${#folders[@]} -gt 0 ] || folders=("${own_folders[@]}")
-    need_packages clang clang-tidy cppcheck
+    need_packages "${clang_packages[@]}" clang-tidy cppcheck
     # Nothing is built: the commands of a build with clang are all that is read.
     local database=$build/lint found=0 filter
     log_step "Configuring lint" configure-lint cmake --preset lint

@@ -7,6 +7,9 @@ packages=(
     libsndfile1-dev libasound2-dev clang-format wine wine64 iproute2 nftables procps
 )
 
+# The presets asan, fuzz and lint compile with clang; what is tested under Wine is linked with its linker.
+clang_packages=(clang libclang-rt-14-dev lld)
+
 # On a fresh machine nothing is compiled twice, and a cache only costs.
 [ -z "${CI-}" ] || export CCACHE_DISABLE=1
 

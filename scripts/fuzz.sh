@@ -1,7 +1,5 @@
 # ./dev fuzz: every fuzzer in turn, each for a while, and a table of what came of it. Sourced by ./dev.
 
-# Beside what every command needs.
-fuzz_packages=(clang libclang-rt-14-dev)
 fuzz_corpora=$build/fuzz-corpus   # what was found to be new, kept from run to run
 fuzz_findings=$build/fuzz-findings
 fuzz_logs=$logs/fuzz
@@ -65,8 +63,7 @@ fuzz() {
     for name in "${names[@]}"; do
         case " ${known[*]} " in *" $name "*) ;; *) fail "There is no fuzzer $name; there are: ${known[*]}" ;; esac
     done
-    packages+=("${fuzz_packages[@]}")
-    need_packages
+    need_packages "${clang_packages[@]}"
     build_preset fuzz "${names[@]/#/fuzz_}"
     mkdir -p "$fuzz_corpora" "$fuzz_findings" "$fuzz_logs"
     touch "$fuzz_findings/.begun"

@@ -180,7 +180,8 @@ run_tests() {
     . scripts/install-e2e.sh
     . scripts/package-e2e.sh
     # What any suite needs, at once: a package that cannot be had is told before anything is built.
-    need_packages tshark unzip "${settings_packages[@]}" "${package_windows_packages[@]}" "${package_e2e_packages[@]}"
+    need_packages "${clang_packages[@]}" tshark unzip "${settings_packages[@]}" "${package_windows_packages[@]}" \
+        "${package_e2e_packages[@]}"
     trap 'drop_find_e2e; end_settings_e2e; end_install_e2e; end_package_e2e; end_wine; drop_namespaces' EXIT
     for suite in "${suites[@]}"; do "suite_$suite"; done
     say ""

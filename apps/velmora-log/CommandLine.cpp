@@ -18,7 +18,7 @@ constexpr const char* about =
     "is.\n"
     "The driver logs when its settings say Debug=enable, or Debug=debug for more.";
 
-constexpr const char* manner =
+constexpr const char* remarks =
     R"(Filters rule what is shown. A file that is written gets every line, and the figures count every
 line, but for --since and --until, which bound them too.
 
@@ -43,7 +43,7 @@ Exit codes:
 )";
 
 std::string footer(const std::string& askingKey) {
-    std::string text = manner;
+    std::string text = remarks;
     text += (askingKey.empty() ? std::string("with --figures") : "at " + askingKey) +
             " as they stand.\n" + examples;
     for (const ExitMeaning& row : exitMeanings) {

@@ -130,8 +130,8 @@ TEST(TargetProgram, TakesAllThatCanBeSaidOfATarget) {
         "--product KORVENTE --sink A --sink B --port 30000 --stream-port-offset 100",
         "--latency 500 --hw-latency 100 --mtu 9000 --max-burst 65535 --profile 100,1000,7",
         "--buffer 100 --clock-ppm -50 --clock-drift 20,60 --ask 20,400 --feedback 2 --phase invert",
-        "--silent FIND_REQ --silent NOTIFY --refuse SINK_REQ --lose STREAM_DATA=1 --lose-answers "
-        "FIND_REQ=5",
+        "--silent FIND_REQ --silent NOTIFY --refuse SINK_REQ --lose STREAM_DATA=1",
+        "--lose-answers FIND_REQ=5",
         "--misbehave STREAM_DATA=resend-all --misbehave CONNECT_REQ=echo --seed 3",
         "--alsa-buffer 40 --alsa-period 10",
         "--name 1234567890123456789012345678901234567890123456789012345678901234 --no-figures",

@@ -8,6 +8,7 @@
 #include "find/Find.h"
 #include "sync/Sync.h"
 #include "tests/dissector/Expected.h"
+#include "tests/dissector/Talk.h"
 #include "tests/support/FakeNetwork.h"
 #include "tests/target/TransferWorld.h"
 #include "wire/StreamMessage.h"

@@ -57,14 +57,14 @@ TestHost::~TestHost() {
 // One address of the target on the network.
 class DriverRig::Port final : public Peer {
 public:
-    Port(FakeNetwork& network, const IPAddress& address, StreamTarget& target)
-        : network_(network), address_(address), target_(target) {
-        network.attach(address, this);
+    Port(FakeNetwork& where, const IPAddress& address, StreamTarget& target)
+        : network_(where), address_(address), target_(target) {
+        network_.attach(address, this);
     }
     ~Port() override { network_.attach(address_, nullptr); }
-    void onDatagram(FakeNetwork& network, const Datagram& datagram) override {
+    void onDatagram(FakeNetwork&, const Datagram& datagram) override {
         for (Bytes& answer : target_.answer(datagram.data)) {
-            network.send(address_, datagram.from, std::move(answer));
+            network_.send(address_, datagram.from, std::move(answer));
         }
     }
 

@@ -117,7 +117,7 @@ TEST_F(Info, LeavesTheTextEmptyWhereItFails) {
         }
         target.behave(Manner::silent, id);
         std::string text;
-        EXPECT_EQ(duration([&] { EXPECT_FALSE(read(find, text)); }), VELMORA::ackWait);
+        EXPECT_EQ(duration([&, &ask = read] { EXPECT_FALSE(ask(find, text)); }), VELMORA::ackWait);
     }
     network.waitFails = true;
     for (const auto& [id, read] : reads) {
