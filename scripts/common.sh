@@ -158,6 +158,17 @@ in_space() {
 in_host() { in_space "$net_host" "$@"; }
 in_target() { in_space "$net_target" "$@"; }
 
+# in_target "${numbered[@]}" FILE COMMAND...: writes COMMAND's own number into FILE, for between it and the shell stand
+# those who entered the namespace; end_job ends it by that.
+# shellcheck disable=SC2016
+numbered=(sh -c 'echo $$ >"$0"; exec "$@"')
+# end_job JOB FILE: ends the program whose number stands in FILE, and waits for the job around it. Without
+# the file the job has not come so far as to start it.
+end_job() {
+    if [ -s "$2" ]; then kill "$(cat "$2")" 2>/dev/null || true; else kill "$1" 2>/dev/null || true; fi
+    wait "$1" 2>/dev/null || true
+}
+
 # lose PER_MILLE: so many of a thousand audio datagrams do not reach the target. 0 ends it.
 lose() {
     as_root ip netns exec "$net_target" nft flush ruleset

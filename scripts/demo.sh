@@ -34,9 +34,9 @@ play_over_the_net() {
     shift
     # A row may say itself where the target plays to.
     case " ${target_args[*]} " in *" --output "*) ;; *) target_args+=(--output "$written") ;; esac
-    rm -f "$work"/target.json "$work"/target.log "$work"/player.log "$work"/driver.log "$written"
-    in_target "${target_prefix[@]}" "$(played velmora-target)" --interface vtarget --once --seconds 300 --json \
-        "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
+    rm -f "$work"/target.json "$work"/target.pid "$work"/target.log "$work"/player.log "$work"/driver.log "$written"
+    in_target "${numbered[@]}" "$work/target.pid" "${target_prefix[@]}" "$(played velmora-target)" \
+        --interface vtarget --once --seconds 300 --json "${target_args[@]}" >"$work/target.json" 2>"$work/target.log" &
     local target=$! tries=0
     until [ -s "$work/target.json" ] || ! kill -0 $target 2>/dev/null || [ $tries -ge 600 ]; do
         sleep 0.05
@@ -57,8 +57,7 @@ play_over_the_net() {
     # A target that heard no end of the stream is told to end here.
     local waited=0
     while kill -0 $target 2>/dev/null && [ $waited -lt 100 ] && [ $code = 0 ]; do sleep 0.1; waited=$((waited + 1)); done
-    kill $target 2>/dev/null || true
-    wait $target 2>/dev/null || true
+    end_job $target "$work/target.pid"
     return $code
 }
 

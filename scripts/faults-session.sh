@@ -39,8 +39,7 @@ start_program() {
     while [ "$1" != -- ]; do enter+=("$1"); shift; done
     shift
     rm -f "$file.pid" "$file.json"
-    # shellcheck disable=SC2016
-    "${enter[@]}" sh -c 'echo $$ >"$0"; exec "$@"' "$file.pid" "$@" >"$file.json" 2>"$file.log" &
+    "${enter[@]}" "${numbered[@]}" "$file.pid" "$@" >"$file.json" 2>"$file.log" &
     started_job=$!
     until [ -s "$file.json" ] || [ $tries -ge 100 ]; do sleep 0.02; tries=$((tries + 1)); done
     started_id=$(cat "$file.pid" 2>/dev/null || true)

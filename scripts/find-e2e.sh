@@ -28,20 +28,12 @@ start_find_target() {
     local work=$1 tries=0
     shift
     rm -f "$work/target.json" "$work/target.pid"
-    # Its own number, for between it and the shell stand those who entered the namespace.
-    # shellcheck disable=SC2016
-    in_target sh -c 'echo $$ >"$0"; exec "$@"' "$work/target.pid" "$(native velmora-target)" \
+    in_target "${numbered[@]}" "$work/target.pid" "$(native velmora-target)" \
         --interface vtarget --name "Find me" --config "http://[myaddress]/" --seconds 300 --json \
         --state "$work/state" --inbox "$work/inbox" --channel 1024,64,64 "$@" \
         >"$work/target.json" 2>"$work/target.log" &
     find_target_job=$!
     until [ -s "$work/target.json" ] || [ $tries -ge 100 ]; do sleep 0.05; tries=$((tries + 1)); done
-}
-# end_job JOB FILE: ends the program whose number stands in FILE, and waits for the job around it. Without
-# the file the job has not come so far as to start it.
-end_job() {
-    if [ -s "$2" ]; then kill "$(cat "$2")" 2>/dev/null || true; else kill "$1" 2>/dev/null || true; fi
-    wait "$1" 2>/dev/null || true
 }
 stop_find_target() {
     [ -n "$find_target_job" ] || return 0
@@ -202,8 +194,7 @@ case_tells_two_links_and_two_targets_apart() {
     add_second_link || { drop_second_link; return 1; }
     start_find_target "$find_work" --interface vtarget2
     rm -f "$find_work/second.pid"
-    # shellcheck disable=SC2016
-    in_space "$net_second" sh -c 'echo $$ >"$0"; exec "$@"' "$find_work/second.pid" "$(native velmora-target)" \
+    in_space "$net_second" "${numbered[@]}" "$find_work/second.pid" "$(native velmora-target)" \
         --name Second --seconds 60 --quiet >"$find_work/second.log" 2>&1 &
     find_second_job=$!
     local code=0

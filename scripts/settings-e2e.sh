@@ -51,8 +51,7 @@ need_settings_screen() {
 start_settings_target() {
     local tries=0
     rm -f "$settings_work/target.json" "$settings_work/target.pid"
-    # shellcheck disable=SC2016
-    in_target sh -c 'echo $$ >"$0"; exec "$@"' "$settings_work/target.pid" "$(native velmora-target)" \
+    in_target "${numbered[@]}" "$settings_work/target.pid" "$(native velmora-target)" \
         --interface vtarget --name Kitchen --seconds 600 --json \
         >"$settings_work/target.json" 2>"$settings_work/target.log" &
     settings_target_job=$!
@@ -60,8 +59,7 @@ start_settings_target() {
 }
 stop_settings_target() {
     [ -n "$settings_target_job" ] || return 0
-    [ ! -s "$settings_work/target.pid" ] || kill "$(cat "$settings_work/target.pid")" 2>/dev/null || true
-    wait "$settings_target_job" 2>/dev/null || true
+    end_job "$settings_target_job" "$settings_work/target.pid"
     settings_target_job=
 }
 watch_settings_signals() {
