@@ -61,6 +61,24 @@ play_over_the_net() {
     return $code
 }
 
+# play_bit_for_bit NATIVE WORK FILE WRITTEN TARGET_ARGS -- PLAYER_ARGS: a session whose music must come out as it went
+# in. Leaves what play_over_the_net leaves, and compare.log; the player's code is in played_code.
+play_bit_for_bit() { while_calm "${2##*/}" "$2" play_and_compare "$@"; }
+play_and_compare() {
+    local work=$2 file=$3 written=$4
+    played_code=0
+    rm -f "$work/compare.log"
+    play_over_the_net "$@" >"$work/out.log" 2>&1 || played_code=$?
+    # What a sanitizer said would be gone with the session.
+    ! grep -q ThreadSanitizer "$work/player.log" "$work/target.log" || return 2
+    [ $played_code = 0 ] || return 1
+    "$(native velmora-audio)" compare --target-summary "$work/target.json" "$file" "$written" >"$work/compare.log" 2>&1
+}
+
+# deep_ring HERTZ: two settings, of a ring that lasts for a second and a half of that rate, for what is to come through
+# on a busy machine, whose host may be late by that. DSD has 32 samples in what the settings call a frame.
+deep_ring() { printf 'ASIOBufferSizePre=2048 SyncBufferCount=%d' $((($1 * 3 / 2 + 2047) / 2048)); }
+
 # What a person sees who asks which targets there are.
 show_targets_natively() { in_host "$(native velmora-find)" list || true; }
 show_targets_under_wine() { in_host env "${wine_variables[@]}" wine "$(exe velmora-find)" list || true; }

@@ -211,6 +211,12 @@ case_tells_two_links_and_two_targets_apart() {
     return $code
 }
 
+# Most cases talk to a target that is there.
+try_find_case() {  # WORDS LOG
+    [ -n "$find_target_job" ] || start_find_target "$find_work"
+    "case_$1" >"$2" 2>&1
+}
+
 # find_e2e WHERE WORK: runs the cases in namespaces that are there. Sets find_passed and find_failed.
 find_e2e() {
     find_where=$1
@@ -226,12 +232,13 @@ find_e2e() {
         [ "$place" = both ] || [ "$place" = "$find_where" ] || continue
         words=${name// /_}
         log=$find_work/log/$words.log
-        if "case_$words" >"$log" 2>&1; then find_passed=$((find_passed + 1)); else
+        if while_calm "velmora-find $name" "$find_work/log" try_find_case "$words" "$log"; then
+            find_passed=$((find_passed + 1))
+        else
             find_failed=$((find_failed + 1))
             say "  velmora-find $name: failed; see ${log#"$root"/}"
             tail -n 5 "$log"
         fi
-        [ -n "$find_target_job" ] || start_find_target "$find_work"
     done < <(grep -vE '^ *$' <<<"$find_cases")
     stop_find_target
     # The server holds this namespace's sockets: it ends before anything moves on.
