@@ -66,8 +66,10 @@ struct Live {
     LoopbackTarget target;
     TestSync sync{ZENNO::systemEnvironment()};
 
-    explicit Live(std::uint32_t mode) {
-        EXPECT_TRUE(sync.open(mode, 20000, 0, "host", 1));
+    // A stream ends by itself when nothing was heard for eight of `infoCycle`, at least a
+    // second.
+    explicit Live(std::uint32_t mode, std::uint32_t infoCycle = 20000) {
+        EXPECT_TRUE(sync.open(mode, infoCycle, 0, "host", 1));
         sync.target = target.address;
         sync.sinkConfig = Session::stereo16;
         sync.profiles[0] = Session::fixRow(1000, 2);
@@ -88,7 +90,8 @@ struct Live {
 
 TEST(StreamLoopback, AWholeSessionFromConnectToDisconnect) {
     for (const std::uint32_t mode : {std::uint32_t{0}, std::uint32_t{VELMORA::SOCKETNOBLOCK}}) {
-        Live live(mode);
+        // A machine that stands still for a second shall not end it.
+        Live live(mode, 500000);
         live.letTheAudioEnd();
         ASSERT_TRUE(live.sync.connect());
         ASSERT_TRUE(live.sync.connectWait());
