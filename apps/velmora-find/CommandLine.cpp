@@ -1,9 +1,8 @@
-// Every option and its words, and the one place where a Stop ends.
+// Every option and its words, and how a run begins.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <exception>
 
 #include "apps/velmora-find/Commands.h"
 #include "apps/velmora-find/ExitCode.h"
@@ -174,11 +173,6 @@ void CommandLine::addSend() {
 
 constexpr int logLevels[] = {-1, 6, 7};
 
-int complain(Context& context, ExitCode code, const std::string& sentence) {
-    context.talk << sentence << std::endl;
-    return code;
-}
-
 }  // namespace
 
 int run(const std::vector<std::string>& arguments, Context& context) {
@@ -189,17 +183,8 @@ int run(const std::vector<std::string>& arguments, Context& context) {
         return line.app().exit(error, context.out, context.talk) == 0 ? exitDone : exitUsage;
     }
     const StreamLog log(context.talk, logLevels[std::min(line.options.verbose, 2)]);
-    try {
-        const int code = line.command(context, line.options);
-        context.out.flush();
-        if (context.out) return code;
-        return complain(context, exitFile, "The result cannot be written to standard output.");
-    } catch (const Stop& stop) {
-        context.out.flush();
-        return complain(context, stop.code, stop.sentence);
-    } catch (const std::exception& error) {
-        return complain(context, exitFault, std::string("The program failed: ") + error.what());
-    }
+    return velmora_console::runToItsEnd(context.out, context.talk, {exitFile, exitFault},
+                                        [&] { return line.command(context, line.options); });
 }
 
 }  // namespace velmora_find

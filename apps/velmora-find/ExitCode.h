@@ -1,7 +1,7 @@
 // What the program ends with. Scripts rely on the numbers; --help lists them from here.
 #pragma once
 
-#include <string>
+#include "apps/console/Ending.h"
 
 namespace velmora_find {
 
@@ -31,10 +31,6 @@ inline constexpr ExitMeaning exitMeanings[] = {
     {exitFault, "a fault of the program's own"},
 };
 
-// Thrown where a command cannot go on; caught in one place, which says the sentence.
-struct Stop {
-    ExitCode code;
-    std::string sentence;
-};
+using velmora_console::Stop;
 
 }  // namespace velmora_find
