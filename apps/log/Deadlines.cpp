@@ -1,6 +1,7 @@
 #include "apps/log/Deadlines.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace velmora_log {
@@ -43,7 +44,7 @@ std::optional<std::uint32_t> estimateCycle(std::span<const std::int64_t> times) 
     }
     const auto middle = looks.begin() + static_cast<std::ptrdiff_t>(looks.size() / 2);
     std::nth_element(looks.begin(), middle, looks.end());
-    const auto cycle = static_cast<std::int64_t>(*middle + 0.5);
+    const std::int64_t cycle = std::llround(*middle);
     constexpr std::int64_t longest = 10'000'000;
     if (cycle < 1 || cycle > longest) return std::nullopt;
     return static_cast<std::uint32_t>(cycle);

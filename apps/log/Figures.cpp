@@ -27,10 +27,6 @@ std::string number(std::uint64_t value) {
     return std::to_string(value);
 }
 
-std::string many(std::uint64_t count, const char* one, const char* several) {
-    return number(count) + " " + (count == 1 ? one : several);
-}
-
 std::string distributionText(const Distribution& d) {
     std::string text;
     for (const Part& p : parts) text += format("%s %u  ", p.name, d.at(p.part));
@@ -52,6 +48,10 @@ std::string cycleText(const Figures& f) {
 }
 
 }  // namespace
+
+std::string many(std::uint64_t count, const char* one, const char* several) {
+    return number(count) + " " + (count == 1 ? one : several);
+}
 
 std::string figuresText(const Figures& f) {
     std::string text =

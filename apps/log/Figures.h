@@ -37,6 +37,9 @@ struct Figures {
 
 // Some lines of text, each closed by a newline.
 std::string figuresText(const Figures& figures);
+// "1 line", "2 lines".
+std::string many(std::uint64_t count, const char* one, const char* several);
+
 // {"event":"figures", ...}; without "late" where no burst is known.
 Json figuresJson(const Figures& figures);
 

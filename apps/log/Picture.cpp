@@ -29,9 +29,14 @@ double yOf(double micros) {
     return overTimeTop + overTimeHeight * (1 - partOf(micros));
 }
 
-std::string secondsText(double seconds) {
+// A place on an axis that is `whole` seconds long.
+std::string secondsText(double seconds, double whole) {
     char text[32];
-    std::snprintf(text, sizeof text, seconds < 10 ? "%.2f s" : "%.0f s", seconds);
+    std::snprintf(text, sizeof text,
+                  whole < 10    ? "%.2f s"
+                  : whole < 100 ? "%.1f s"
+                                : "%.0f s",
+                  seconds);
     return text;
 }
 
@@ -45,8 +50,8 @@ void drawScale(Svg& svg, double seconds) {
     for (int i = 0; i <= marks; ++i) {
         const double x = left + width * i / marks;
         svg.line(x, overTimeTop + overTimeHeight, x, overTimeTop + overTimeHeight + 4, grey);
-        svg.label(x, overTimeTop + overTimeHeight + 17, secondsText(seconds * i / marks), grey,
-                  "middle");
+        svg.label(x, overTimeTop + overTimeHeight + 17, secondsText(seconds * i / marks, seconds),
+                  grey, "middle");
     }
 }
 
@@ -76,6 +81,18 @@ void drawOverTime(Svg& svg, const Figures& figures) {
     svg.path(middle, middleColour);
 }
 
+// Below 10 µs some steps lie between two whole microseconds: they belong to the one in front.
+std::size_t endOfStep(std::size_t step) {
+    const auto begins = [](std::size_t s) {
+        const double first = std::ceil(Timeline::latenessOf(static_cast<double>(s)));
+        return Timeline::stepOf(static_cast<std::uint32_t>(first)) == s;
+    };
+    do {
+        ++step;
+    } while (step < Timeline::steps && !begins(step));
+    return step;
+}
+
 void drawShares(Svg& svg, const Figures& figures) {
     std::array<double, Timeline::steps> shares{};
     for (const Timeline::Piece& piece : figures.timeline.pieces()) {
@@ -94,11 +111,13 @@ void drawShares(Svg& svg, const Figures& figures) {
     const double all = static_cast<double>(figures.late.count());
     svg.label(left - 6, shareTop + 4, Svg::number(most / all * 100) + " %", grey, "end");
     std::vector<Point> steps;
-    for (std::size_t s = 0; s < shares.size(); ++s) {
+    for (std::size_t s = 0; s < shares.size();) {
+        const std::size_t end = endOfStep(s);
         const double y = bottom - shareHeight * shares[s] / most;
-        for (const std::size_t edge : {s, s + 1}) {
+        for (const std::size_t edge : {s, end}) {
             steps.push_back({left + width * static_cast<double>(edge) / double(shares.size()), y});
         }
+        s = end;
     }
     svg.path(steps, middleColour);
 }

@@ -16,7 +16,7 @@ std::size_t Timeline::stepOf(std::uint32_t late) {
 
 double Timeline::Piece::at(double part) const {
     if (count == 0) return 0;
-    const auto rank = static_cast<std::uint32_t>(part * (count - 1) + 0.5);
+    const auto rank = static_cast<std::uint32_t>(std::llround(part * (count - 1)));
     std::uint32_t passed = 0;
     for (std::size_t i = 0; i < steps; ++i) {
         passed += counts[i];

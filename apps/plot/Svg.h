@@ -15,12 +15,11 @@ struct Point {
 
 class Svg {
 public:
-    Svg(double width, double height) {
-        text_ = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + number(width) +
+    Svg(double width, double height)
+        : text_("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + number(width) +
                 "\" height=\"" + number(height) +
                 "\" font-family=\"sans-serif\" font-size=\"11\">\n"
-                "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-    }
+                "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n") {}
     // `more`: further attributes, with a blank in front.
     void line(double x1, double y1, double x2, double y2, const char* colour,
               const char* more = "") {

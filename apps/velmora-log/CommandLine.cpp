@@ -1,8 +1,7 @@
-// Every option and its words, and the one place where a Stop ends.
+// Every option and its words, and how a run begins.
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdlib>
-#include <exception>
 #include <map>
 
 #include "apps/log/Severity.h"
@@ -95,7 +94,8 @@ void CommandLine::addFilters() {
             filter.level = readSeverity(text);
             if (!filter.level) {
                 throw CLI::ValidationError(
-                    "--level", text + " is no severity; one is error, warning, info, or 0 to 7");
+                    "--level",
+                    text + " is no severity; one is error, warning, info, debug, or 0 to 7");
             }
         });
     app_.add_option("--word", filter.words, "only lines with this text; several: with each")
@@ -169,11 +169,6 @@ void CommandLine::addBounds() {
         ->excludes(read);
 }
 
-int complain(Context& context, ExitCode code, const std::string& sentence) {
-    context.talk << sentence << std::endl;
-    return code;
-}
-
 }  // namespace
 
 int run(const std::vector<std::string>& arguments, Context& context) {
@@ -183,19 +178,11 @@ int run(const std::vector<std::string>& arguments, Context& context) {
     } catch (const CLI::ParseError& error) {
         return line.app().exit(error, context.out, context.talk) == 0 ? exitDone : exitUsage;
     }
-    try {
-        const Options& options = line.options;
-        const int code =
-            options.readPath.empty() ? listen(context, options) : readFile(context, options);
-        context.out.flush();
-        if (context.out) return code;
-        return complain(context, exitFile, "The result cannot be written to standard output.");
-    } catch (const Stop& stop) {
-        context.out.flush();
-        return complain(context, stop.code, stop.sentence);
-    } catch (const std::exception& error) {
-        return complain(context, exitFault, std::string("The program failed: ") + error.what());
-    }
+    return velmora_console::runToItsEnd(
+        context.out, context.talk, {exitFile, exitFault}, [&]() -> int {
+            const Options& options = line.options;
+            return options.readPath.empty() ? listen(context, options) : readFile(context, options);
+        });
 }
 
 }  // namespace velmora_log

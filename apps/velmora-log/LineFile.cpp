@@ -21,10 +21,6 @@ char lastByte(const fs::path& path) {
     return last;
 }
 
-[[noreturn]] void refuse(const std::string& path, const char* why) {
-    throw Stop{exitFile, ZENNO::printable(path) + why};
-}
-
 }  // namespace
 
 void LineFile::open(const std::string& path) {
@@ -36,13 +32,17 @@ void LineFile::open(const std::string& path) {
     // Unbuffered: what the system has taken, and no more, is known to have been written.
     file_.pubsetbuf(nullptr, 0);
     if (file_.open(place, std::ios::out | std::ios::app | std::ios::binary) == nullptr) {
-        refuse(path, ": the file cannot be written; name another one, or see to its rights.");
+        throw Stop{exitFile,
+                   ZENNO::printable(path) +
+                       ": the file cannot be written; name another one, or see to its rights."};
     }
-    if (isCut) held_ = "\n";
+    if (!isCut) return;
+    held_ = "\n";
+    beginsWithAnEnd_ = true;
 }
 
 void LineFile::add(std::string_view line) {
-    if (held_.size() + line.size() > mostHeld) {
+    if (held_.size() + line.size() >= mostHeld_) {
         ++linesLost_;
         return;
     }
@@ -57,13 +57,23 @@ bool LineFile::flush() {
     const std::streamsize taken =
         std::clamp<std::streamsize>(file_.sputn(held_.data(), size), 0, size);
     const auto end = held_.begin() + taken;
-    const auto whole = static_cast<std::uint64_t>(std::count(held_.begin(), end, '\n'));
-    linesHeld_ -= std::min(linesHeld_, whole);
+    auto ends = static_cast<std::uint64_t>(std::count(held_.begin(), end, '\n'));
+    if (ends != 0 && beginsWithAnEnd_) {
+        beginsWithAnEnd_ = false;
+        --ends;
+    }
+    linesHeld_ -= ends;
     held_.erase(held_.begin(), end);
     return held_.empty();
 }
 
-void writeFile(const std::string& path, const std::string& text) {
+bool hasFolder(const std::string& path) {
+    const fs::path place = fs::u8path(path), folder = place.parent_path();
+    std::error_code error;
+    return (folder.empty() || fs::is_directory(folder, error)) && !fs::is_directory(place, error);
+}
+
+bool writeFile(const std::string& path, const std::string& text) {
     const fs::path place = fs::u8path(path);
     std::error_code error;
     const bool isPlain = fs::is_regular_file(place, error) || !fs::exists(place, error);
@@ -79,9 +89,8 @@ void writeFile(const std::string& path, const std::string& text) {
         fs::rename(beside, place, error);
         isGood = !error;
     }
-    if (isGood) return;
-    if (isPlain && isOpen) fs::remove(beside, error);
-    refuse(path, ": the plot cannot be written; is the disk full, or the folder missing?");
+    if (!isGood && isPlain && isOpen) fs::remove(beside, error);
+    return isGood;
 }
 
 }  // namespace velmora_log

@@ -11,7 +11,7 @@ namespace velmora_log {
 
 class LineFile {
 public:
-    static constexpr std::size_t mostHeld = 64 << 20;  // bytes
+    explicit LineFile(std::size_t mostHeld = 64 << 20) : mostHeld_(mostHeld) {}  // bytes
 
     // Adds to what is there; a last line that was cut gets its end first. Stop where it cannot be.
     void open(const std::string& path);
@@ -26,13 +26,17 @@ public:
     const std::string& path() const { return path_; }
 
 private:
+    std::size_t mostHeld_;
     std::string path_;
     std::filebuf file_;
     std::string held_;
+    bool beginsWithAnEnd_ = false;  // `held_`: that of a line which was cut
     std::uint64_t linesHeld_ = 0, linesLost_ = 0;
 };
 
-// Replaces the file whole, or leaves it and throws Stop.
-void writeFile(const std::string& path, const std::string& text);
+// Whether a file can come to lie there, as far as its folder tells.
+bool hasFolder(const std::string& path);
+// Replaces the file whole; or leaves it, and false.
+bool writeFile(const std::string& path, const std::string& text);
 
 }  // namespace velmora_log

@@ -27,11 +27,8 @@ Listener::~Listener() {
 void Listener::open(std::uint16_t port) {
     link_ = ZENNO::systemEnvironment().makeLink();
     ZENNO::IPAddress local = ZENNO::IPAddress::loopbackV6(port);
-    if (!openLogPort(*link_, local)) {
-        throw Stop{exitNetwork, "The driver's log cannot be heard: port " + std::to_string(port) +
-                                    " is taken, so end the other log viewer, or the player with "
-                                    "--driver-log, that holds it."};
-    }
+    const PortAnswer answer = openLogPort(*link_, local);
+    if (answer != PortAnswer::open) throw Stop{exitNetwork, whyNotHeard(answer, port)};
     port_ = local.portNumber();
     link_->readerSize = longestDatagram;
     thread_ = std::thread([this] { listen(); });

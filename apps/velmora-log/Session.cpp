@@ -14,6 +14,9 @@ namespace {
 constexpr std::size_t mostPrograms = 64;        // whose streams are followed at a time
 constexpr std::uint64_t flushAtLeast = 1 << 8;  // lines
 
+constexpr const char* noPlot =
+    "the plot cannot be written; is the disk full, or the folder missing?";
+
 bool usesColours(const Context& context, const Options& options) {
     if (options.json || options.colour == Colour::never) return false;
     return options.colour == Colour::always || (context.takesColours && !context.noColour);
@@ -23,10 +26,16 @@ bool usesColours(const Context& context, const Options& options) {
 
 Session::Session(Context& context, const Options& options)
     : context_(context), options_(options), colours_(usesColours(context, options)) {
+    if (!options.plotPath.empty() && !hasFolder(options.plotPath)) {
+        throw Stop{exitFile, ZENNO::printable(options.plotPath) +
+                                 ": the plot cannot be written there; name a file, in a folder "
+                                 "that there is."};
+    }
     if (!options.writePath.empty()) file_.open(options.writePath);
 }
 
 void Session::take(const Line& line) {
+    hasHeard_ = true;
     if (file_.isOpen()) {
         file_.add(lineJson(line).dump());
         if (file_.linesHeld() == flushAtLeast) file_.flush();
@@ -79,16 +88,24 @@ bool Session::flush() {
     // Of a file that is read nothing is lost: it is enough to say so at the end.
     if (!isKept && !fileWasTold_ && options_.readPath.empty()) {
         fileWasTold_ = true;
-        context_.talk << ZENNO::printable(file_.path())
-                      << ": the disk takes no more; make room, for until then the lines are held "
-                         "in memory."
-                      << std::endl;
+        say(file_.path(),
+            "the disk takes no more; make room, for until then the lines are held in memory.");
     }
     context_.out.flush();
     return static_cast<bool>(context_.out);
 }
 
-void Session::showFigures() {
+void Session::say(const std::string& path, const std::string& sentence) {
+    context_.talk << ZENNO::printable(path) << ": " << sentence << std::endl;
+}
+
+void Session::showFiguresSoFar() {
+    if (showFigures() || plotWasTold_) return;
+    plotWasTold_ = true;
+    say(options_.plotPath, std::string(noPlot) + " It is tried again with the next figures.");
+}
+
+bool Session::showFigures() {
     if (options_.json) {
         context_.out << figuresJson(figures_).dump() << '\n';
     } else {
@@ -96,24 +113,31 @@ void Session::showFigures() {
         context_.out << figuresText(figures_);
     }
     context_.out.flush();
-    if (options_.plotPath.empty()) return;
-    writeFile(options_.plotPath, pictureOf(figures_));
+    if (options_.plotPath.empty()) return true;
+    if (!writeFile(options_.plotPath, pictureOf(figures_))) return false;
     if (figures_.records == 0) {
         context_.talk << ZENNO::printable(options_.plotPath)
                       << " shows no bursts: no packet trace has been heard." << std::endl;
     }
+    return true;
 }
 
 int Session::finish() {
     for (auto& [port, program] : programs_) program.reader->finish();
-    const bool isKept = !file_.isOpen() || file_.flush();
-    if (hasHeard() || !options_.plotPath.empty()) showFigures();
-    if (!isKept || file_.linesLost() != 0) {
-        throw Stop{exitFile, ZENNO::printable(file_.path()) + ": " +
-                                 std::to_string(file_.linesHeld() + file_.linesLost()) +
-                                 " lines could not be written; all before them are there."};
+    if (file_.isOpen()) file_.flush();
+    const bool isEmpty = figures_.lines == 0;
+    const bool isDrawn = (isEmpty && options_.plotPath.empty()) || showFigures();
+    const std::uint64_t missing = file_.linesHeld() + file_.linesLost();
+    if (missing != 0) {
+        say(file_.path(),
+            many(missing, "line", "lines") + " could not be written; all before them are there.");
     }
-    return hasHeard() ? exitDone : exitNothing;
+    if (!isDrawn) say(options_.plotPath, noPlot);
+    if (hasHeard_ && isEmpty) {
+        context_.talk << "no line lies within --since and --until." << std::endl;
+    }
+    if (missing != 0 || !isDrawn) return exitFile;
+    return isEmpty ? exitNothing : exitDone;
 }
 
 }  // namespace velmora_log

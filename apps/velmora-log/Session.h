@@ -21,11 +21,12 @@ public:
     // To the screen and into the file. False where standard output takes nothing any more.
     bool flush();
     bool isDone() const { return options_.lines && shown_ >= *options_.lines; }
-    bool hasHeard() const { return figures_.lines != 0; }
+    bool hasHeard() const { return hasHeard_; }  // any line, whatever --since and --until say
 
-    // The figures so far, and the plot, where one is wanted.
-    void showFigures();
-    // The last of it; gives the exit code. Throws Stop.
+    // The figures so far, and the plot, where one is wanted. A plot that cannot be drawn yet is
+    // said once and ends nothing.
+    void showFiguresSoFar();
+    // The last of it; gives the exit code. Says all that could not be written.
     int finish();
 
 private:
@@ -37,12 +38,15 @@ private:
     Program& programOf(std::uint16_t port);
     void count(const Line& line, Program& program);
     void show(const Line& line, const Program& program);
+    bool showFigures();  // false where the plot cannot be written
+    void say(const std::string& path, const std::string& sentence);
 
     Context& context_;
     const Options& options_;
     const bool colours_;
     LineFile file_;
-    bool fileWasTold_ = false;
+    bool hasHeard_ = false;
+    bool fileWasTold_ = false, plotWasTold_ = false;
     Figures figures_;
     std::map<std::uint16_t, Program> programs_;
     std::uint64_t shown_ = 0;

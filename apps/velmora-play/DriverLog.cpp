@@ -19,9 +19,9 @@ bool DriverLog::open(const std::string& path, std::string& error, std::uint16_t 
     }
     link_ = ZENNO::systemEnvironment().makeLink();
     ZENNO::IPAddress local = ZENNO::IPAddress::loopbackV6(port);
-    if (!velmora_log::openLogPort(*link_, local)) {
-        error = "The driver's log cannot be heard: port " + std::to_string(port) +
-                " is taken. Is another log viewer running?";
+    const auto answer = velmora_log::openLogPort(*link_, local);
+    if (answer != velmora_log::PortAnswer::open) {
+        error = velmora_log::whyNotHeard(answer, port);
         return false;
     }
     port_ = local.portNumber();

@@ -31,6 +31,9 @@ constexpr std::int32_t errorNoBuffers = 10055;
 constexpr bool isFullBuffer(std::int32_t error) noexcept {
     return error == errorWouldBlock || error == errorNoBuffers;
 }
+// And two of a port that cannot be had.
+constexpr std::int32_t errorNoRight = 10013;
+constexpr std::int32_t errorInUse = 10048;
 
 class Link {
 public:

@@ -1,11 +1,15 @@
 #include "apps/velmora-play/DriverLog.h"
 
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <memory>
 #include <sstream>
 
 #include "tests/apps/Scratch.h"
+#include "tests/support/Namespace.h"
 
 namespace {
 
@@ -23,6 +27,13 @@ std::string contents(const std::string& path) {
     std::ostringstream all;
     all << std::ifstream(path, std::ios::binary).rdbuf();
     return all.str();
+}
+
+// From here on this process may no more than any user may.
+void dropRights() {
+    __user_cap_header_struct who{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct none[2]{};
+    ASSERT_EQ(syscall(SYS_capset, &who, none), 0);
 }
 
 TEST(DriverLog, HoldsEveryLineThatWasSentBeforeItEnded) {
@@ -58,7 +69,33 @@ TEST(DriverLog, WhosePortIsTakenSaysSo) {
     ASSERT_TRUE(first.open(scratch.path("1.log"), error, 0)) << error;
     EXPECT_FALSE(second.open(scratch.path("2.log"), error, first.port()));
     EXPECT_EQ(error, "The driver's log cannot be heard: port " + std::to_string(first.port()) +
-                         " is taken. Is another log viewer running?");
+                         " is taken, so end the other log viewer, or the player with "
+                         "--driver-log, that holds it.");
+}
+
+TEST(DriverLog, SaysWhatElseKeepsItFromThePort) {
+    VELMORA_IN_NAMESPACE(velmora_test::Wiring::bare, [](const velmora_test::Cable&) {
+        const velmora_test::Scratch scratch;
+        const auto words = [&](std::uint16_t port) {
+            DriverLog log;
+            std::string error;
+            EXPECT_FALSE(log.open(scratch.path("driver.log"), error, port));
+            return error;
+        };
+        for (const std::uint16_t port : {std::uint16_t{0}, velmora_log::logPort}) {
+            EXPECT_EQ(words(port),
+                      "The driver's log cannot be heard: this system gives no socket on ::1; see "
+                      "that IPv6 is turned on.");
+        }
+        velmora_test::runIp("link set lo up");
+        dropRights();
+        EXPECT_EQ(words(80),
+                  "The driver's log cannot be heard: the system keeps port 80 from this user; "
+                  "those from 1024 on are for everybody, unless a program has reserved them.");
+        DriverLog log;
+        std::string error;
+        EXPECT_TRUE(log.open(scratch.path("driver.log"), error)) << error;
+    });
 }
 
 TEST(DriverLog, ThatWasNeverOpenedGoesQuietly) {

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "apps/log/Picture.h"
 #include "apps/log/StreamReader.h"
@@ -463,6 +466,25 @@ TEST(LogPicture, IsASoundSvgWhateverThereIs) {
     Figures packetsAlone;
     packetsAlone.packets = 5;
     isSound(pictureOf(packetsAlone));
+}
+
+TEST(LogPicture, HasNoHolesBetweenWholeMicroseconds) {
+    Figures figures;
+    for (std::uint32_t late = 1; late <= 20; ++late) {
+        figures.late.add(late);
+        figures.timeline.addLateness(0, late);
+    }
+    const std::string svg = pictureOf(figures);
+    std::istringstream points(svg.substr(svg.rfind("points=\"") + 8));
+    std::vector<double> heights;
+    double x = 0, y = 0;
+    for (char comma = 0; points >> x >> comma >> y;) heights.push_back(y);
+    ASSERT_GT(heights.size(), 40u);
+    const double bottom = heights.back();  // a second
+    const auto lowest = std::find(heights.begin(), heights.end(), bottom);
+    // 1 to 9 µs fall into eight steps, 10 to 20 into four.
+    EXPECT_EQ(lowest - heights.begin(), 2 * (8 + 4));
+    EXPECT_TRUE(std::all_of(lowest, heights.end(), [&](double h) { return h == bottom; }));
 }
 
 }  // namespace

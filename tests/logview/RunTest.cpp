@@ -13,11 +13,14 @@
 #include "base/Log.h"
 #include "tests/base/TempFolder.h"
 #include "tests/logview/DrivenStream.h"
+#include "tests/support/Namespace.h"
 #include "tests/support/Sockets.h"
 
 namespace {
 
 using namespace velmora_log;
+using testing::AnyOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -134,6 +137,35 @@ TEST_F(LogRun, CountsEveryLineWhateverIsShownButForTime) {
     EXPECT_EQ(json().back()["lateTurns"], 0);
 }
 
+TEST_F(LogRun, SaysWhenNoLineLiesWithinTheBoundsOfTime) {
+    const std::string file = write("driver.log", driverLog()), copy = path("copy.log");
+    EXPECT_EQ(run({"--read", file, "--since", "17:04", "--write", copy}), exitNothing);
+    EXPECT_EQ(talk.str(), "no line lies within --since and --until.\n");
+    EXPECT_THAT(out.str(), IsEmpty());
+    EXPECT_EQ(run({"--read", copy, "--json"}), exitDone);
+    EXPECT_EQ(json().back()["lines"], 4) << "the file gets every line";
+}
+
+TEST_F(LogRun, FollowsSixtyFourProgramsAtATime) {
+    const auto heardFrom = [&](int first, int last) {
+        std::string log;
+        for (int port = first; port <= last; ++port) {
+            log += R"({"event":"line","port":)" + std::to_string(port) +
+                   R"(,"host":"localhost","text":"start"})"
+                   "\n";
+        }
+        return log;
+    };
+    const auto programs = [&](const std::string& log) {
+        run({"--read", write("heard.log", log), "--json"});
+        return json().back()["programs"].get<int>();
+    };
+    EXPECT_EQ(programs(heardFrom(1, 64) + heardFrom(1, 64)), 64);
+    // The oldest is forgotten, and a new one if it is heard again.
+    EXPECT_EQ(programs(heardFrom(1, 65) + heardFrom(2, 65)), 65);
+    EXPECT_EQ(programs(heardFrom(1, 65) + heardFrom(1, 1)), 66);
+}
+
 TEST_F(LogRun, HidesTheTraceUnlessAskedFor) {
     const std::string file = write("stream.log", streamLog());
     EXPECT_EQ(run({"--read", file}), exitDone);
@@ -167,7 +199,7 @@ TEST_F(LogRun, AddsToAFileAndMendsALineThatWasCut) {
     EXPECT_THAT(contents(copy), StartsWith("{\"event\":\"line\",\"text\":\"be\n{\"event\":"));
     EXPECT_EQ(run({"--read", copy, "--json"}), exitDone);
     EXPECT_EQ(json().back()["lines"], 8);
-    EXPECT_THAT(talk.str(), HasSubstr("1 lines could not be read and were passed over."));
+    EXPECT_THAT(talk.str(), HasSubstr("1 line that could not be read was passed over."));
 }
 
 TEST_F(LogRun, DrawsAPlot) {
@@ -192,6 +224,44 @@ TEST_F(LogRun, FollowsAFileThatGrows) {
     };
     EXPECT_EQ(run({"--read", file, "--follow"}), exitDone);
     EXPECT_THAT(out.str(), HasSubstr("4 lines from 1 program"));
+}
+
+TEST_F(LogRun, FollowsAFileThatBeganAnew) {
+    const std::string file =
+        write("driver.log",
+              driverLog() + "{\"event\":\"line\",\"text\":\"be\n" + header + "the last of the old");
+    int looks = 0;
+    context.interrupted = [&] {
+        // Twice, each time once all that was there has been read.
+        if (++looks == 4) write("driver.log", header + "the first anew\n" + header + "b\n");
+        if (looks == 8) write("driver.log", header + "the second anew\n");
+        return out.str().find("the second anew") != std::string::npos || looks > 200;
+    };
+    EXPECT_EQ(run({"--read", file, "--follow"}), exitDone);
+    EXPECT_THAT(out.str(), HasSubstr("  the last of the old\nMar 05 17:02:09  info     the first "
+                                     "anew\nMar 05 17:02:09  info     b\n"));
+    EXPECT_THAT(out.str(), HasSubstr("8 lines from 1 program"));
+    EXPECT_EQ(talk.str(), file + " became shorter: it is read anew from its beginning.\n" + file +
+                              ": 1 line that could not be read was passed over.\n");
+}
+
+TEST_F(LogRun, ShowsALastLineWithoutItsEndWhenItStopsFollowing) {
+    const std::string file = write("driver.log", header + "a\n" + header + "b");
+    int looks = 0;
+    context.interrupted = [&] {
+        EXPECT_THAT(out.str(), Not(HasSubstr("  b\n"))) << "there may be more of it to come";
+        return ++looks > 3;
+    };
+    EXPECT_EQ(run({"--read", file, "--follow"}), exitDone);
+    EXPECT_THAT(out.str(), HasSubstr("  b\n"));
+    EXPECT_THAT(out.str(), HasSubstr("2 lines from 1 program"));
+}
+
+TEST_F(LogRun, SaysWhenAFileThatIsFollowedHasNoLine) {
+    int looks = 0;
+    context.interrupted = [&] { return ++looks > 3; };
+    EXPECT_EQ(run({"--read", write("empty.log", ""), "--follow"}), exitNothing);
+    EXPECT_THAT(talk.str(), EndsWith("empty.log: there is no line in it.\n"));
 }
 
 TEST_F(LogRun, ColoursWhatIsWantedSo) {
@@ -253,12 +323,43 @@ TEST_F(LogRun, SaysWhenAFileCannotBeWritten) {
                                       "or see to its rights.\n"));
     EXPECT_THAT(out.str(), IsEmpty()) << "told before anything is read";
     EXPECT_EQ(run({"--read", file, "--write", folder.native().string()}), exitFile);
-    EXPECT_EQ(run({"--read", file, "--write", file}), exitUsage);
-    EXPECT_EQ(contents(file), driverLog());
+    for (const std::string& plot : {path("no/such/folder.svg"), folder.native().string()}) {
+        const std::string copy = path("copy.log");
+        EXPECT_EQ(run({"--read", file, "--plot", plot, "--write", copy}), exitFile);
+        EXPECT_THAT(talk.str(), EndsWith(": the plot cannot be written there; name a file, in a "
+                                         "folder that there is.\n"));
+        EXPECT_THAT(out.str(), IsEmpty()) << "told before anything is read";
+        EXPECT_FALSE(std::filesystem::exists(copy));
+    }
+}
 
-    EXPECT_EQ(run({"--read", file, "--plot", path("no/such/folder.svg")}), exitFile);
-    EXPECT_THAT(talk.str(), HasSubstr("folder.svg: the plot cannot be written;"));
-    EXPECT_THAT(out.str(), HasSubstr("4 lines from")) << "the figures are told all the same";
+TEST_F(LogRun, RefusesOneFileForTwo) {
+    const std::string file = write("driver.log", driverLog()), none = path("none.log");
+    const std::string detour = path("folder/../driver.log"), way = path("./none.log");
+    std::filesystem::create_directory(path("folder"));
+    const struct {
+        const char* why;
+        std::vector<std::string> arguments;
+    } cases[] = {
+        {"lines into what is read", {"--read", file, "--write", file}},
+        {"the plot onto what is read", {"--read", file, "--plot", file}},
+        {"by another name", {"--read", file, "--plot", detour}},
+        {"the plot onto the lines", {"--read", file, "--write", none, "--plot", none}},
+        {"by another name of what is not there yet", {"--write", none, "--plot", way}},
+        {"the plot onto older lines", {"--port", "0", "--write", file, "--plot", detour}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.why);
+        std::vector<std::string> arguments = c.arguments;
+        arguments.insert(arguments.end(), {"--seconds", "0"});
+        EXPECT_EQ(run(arguments), exitUsage);
+        EXPECT_THAT(talk.str(), AnyOf(StartsWith("What is read cannot be written to itself;"),
+                                      StartsWith("The plot would replace the file that ")));
+        EXPECT_THAT(out.str(), IsEmpty());
+        EXPECT_EQ(contents(file), driverLog());
+        EXPECT_FALSE(std::filesystem::exists(none));
+    }
+    EXPECT_EQ(run({"--read", file, "--write", none, "--plot", path("p.svg")}), exitDone);
 }
 
 TEST_F(LogRun, SaysWhenTheDiskIsFull) {
@@ -267,8 +368,15 @@ TEST_F(LogRun, SaysWhenTheDiskIsFull) {
     EXPECT_EQ(run({"--read", file, "--write", "/dev/full"}), exitFile);
     EXPECT_THAT(out.str(), HasSubstr("4 lines from")) << "everything is shown all the same";
     EXPECT_EQ(talk.str(), "/dev/full: 4 lines could not be written; all before them are there.\n");
+    const std::string noPlot =
+        "/dev/full: the plot cannot be written; is the disk full, or the folder missing?\n";
     EXPECT_EQ(run({"--read", file, "--plot", "/dev/full"}), exitFile);
-    EXPECT_THAT(talk.str(), HasSubstr("/dev/full: the plot cannot be written;"));
+    EXPECT_EQ(talk.str(), noPlot);
+    EXPECT_THAT(out.str(), HasSubstr("4 lines from")) << "the figures are told all the same";
+    // What the one failure is told does not keep the other from being told.
+    EXPECT_EQ(run({"--read", file, "--write", "/dev/full", "--plot", "/dev/full"}), exitFile);
+    EXPECT_EQ(talk.str(),
+              "/dev/full: 4 lines could not be written; all before them are there.\n" + noPlot);
 }
 
 TEST_F(LogRun, SaysWhenStandardOutputTakesNothing) {
@@ -303,6 +411,13 @@ TEST_F(LogRun, RefusesWrongArguments) {
         EXPECT_EQ(run(arguments), exitUsage);
         EXPECT_THAT(out.str(), IsEmpty());
         EXPECT_THAT(talk.str(), Not(IsEmpty()));
+    }
+}
+
+TEST_F(LogRun, NamesEverySeverityThatItTakes) {
+    EXPECT_EQ(run({"--level", "loud"}), exitUsage);
+    for (const char* name : {"error", "warning", "info", "debug", "0 to 7"}) {
+        EXPECT_THAT(talk.str(), HasSubstr(name));
     }
 }
 
@@ -407,12 +522,34 @@ TEST_F(LogListening, AsksNothingWhereSomethingIsHeard) {
     EXPECT_THAT(talk.str(), Not(HasSubstr("nothing heard")));
 }
 
+TEST_F(LogListening, AsksNothingWhereWhatIsHeardLiesOutsideTheBoundsOfTime) {
+    const std::string kept = path("kept.log");
+    send({header + "a"});
+    context.patienceMicros = 3'600'000'000;
+    context.interrupted = [&] { return !contents(kept).empty(); };
+    EXPECT_EQ(
+        run({"--port", "0", "--until", "2020-01-01 00:00", "--seconds", "60", "--write", kept}),
+        exitNothing);
+    EXPECT_THAT(talk.str(),
+                EndsWith("Ctrl-C ends it.\nno line lies within --since and --until.\n"));
+    EXPECT_THAT(out.str(), IsEmpty());
+}
+
 TEST_F(LogListening, SaysWhatToDoWhereThePortIsTaken) {
     const std::string port = std::to_string(sender.address.portNumber());
     EXPECT_EQ(run({"--port", port, "--seconds", "60"}), exitNetwork);
     EXPECT_EQ(talk.str(), "The driver's log cannot be heard: port " + port +
                               " is taken, so end the other log viewer, or the player with "
                               "--driver-log, that holds it.\n");
+}
+
+TEST_F(LogListening, SaysWhatToDoWhereThereIsNoLoopbackAddress) {
+    VELMORA_IN_NAMESPACE(velmora_test::Wiring::bare, [this](const velmora_test::Cable&) {
+        EXPECT_EQ(run({"--seconds", "60"}), exitNetwork);
+        EXPECT_EQ(talk.str(),
+                  "The driver's log cannot be heard: this system gives no socket on ::1; see that "
+                  "IPv6 is turned on.\n");
+    });
 }
 
 TEST_F(LogListening, ShowsFiguresWhenAskedAndAtTheEnd) {
@@ -428,6 +565,30 @@ TEST_F(LogListening, ShowsFiguresWhenAskedAndAtTheEnd) {
     ASSERT_NE(first, std::string::npos) << out.str();
     EXPECT_NE(out.str().find(figures, first + 1), std::string::npos);
     EXPECT_TRUE(std::filesystem::exists(path("p.svg")));
+}
+
+TEST_F(LogListening, GoesOnWhereThePlotCannotBeDrawnYet) {
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no device is full here";
+    send({header + "a"});
+    int asked = 0;
+    context.takeAsked = [&] {
+        if (out.str().find("  a\n") == std::string::npos || asked == 2) return false;
+        if (++asked == 2) {
+            send({header + "b"});
+            context.onListen();
+        }
+        return true;
+    };
+    EXPECT_EQ(run({"--port", "0", "--lines", "2", "--seconds", "60", "--plot", "/dev/full"}),
+              exitFile);
+    EXPECT_THAT(out.str(), HasSubstr("  b\n"));
+    EXPECT_THAT(out.str(), HasSubstr("2 lines from 1 program"));
+    const std::string sentence =
+        "/dev/full: the plot cannot be written; is the disk full, or the folder missing?";
+    EXPECT_THAT(talk.str(),
+                EndsWith(" Ctrl-C ends it.\n" + sentence +
+                         " It is tried again with the next figures.\n" + sentence + "\n"))
+        << "once on the way, however often it was asked for, and at the end";
 }
 
 TEST_F(LogListening, HoldsWhatAFullDiskDoesNotTake) {
