@@ -265,8 +265,12 @@ std::optional<Failure> Host::run(const std::function<bool(const Progress&)>& rep
     if (!isStarted) {
         Failure failure = refused(exitStart, "The driver did not start the stream");
         failure.text +=
-            " The target does not take this format, or is busy. With Debug=enable in its settings "
-            "the driver logs the reason.";
+            source_.format().isDsd
+                ? " DSD is off in its settings (DSDMSB=enable turns it on), or the target does not "
+                  "take this format, or is busy. But for the first, the driver logs the reason "
+                  "with Debug=enable in its settings."
+                : " The target does not take this format, or is busy. With Debug=enable in its "
+                  "settings the driver logs the reason.";
         return failure;
     }
     const auto rateChanged = [this] { return rateChanged_.load(std::memory_order_acquire); };

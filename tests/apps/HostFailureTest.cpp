@@ -197,11 +197,12 @@ protected:
                                 const std::function<bool(const Progress&)>& report = goOn) {
         Host host(driver, source, patience);
         const auto failure = host.play(0, report);
-        EXPECT_EQ(driver.calls.size(), 7u);
-        if (driver.calls.size() == 7) {
-            EXPECT_EQ(driver.calls[4], "start");
-            EXPECT_EQ(driver.calls[5], "stop");
-            EXPECT_EQ(driver.calls[6], "disposeBuffers");
+        const std::size_t beforeStart = source.format().isDsd ? 6 : 4;  // it is asked for DSD first
+        EXPECT_EQ(driver.calls.size(), beforeStart + 3);
+        if (driver.calls.size() == beforeStart + 3) {
+            EXPECT_EQ(driver.calls[beforeStart], "start");
+            EXPECT_EQ(driver.calls[beforeStart + 1], "stop");
+            EXPECT_EQ(driver.calls[beforeStart + 2], "disposeBuffers");
         }
         return failure;
     }
@@ -220,6 +221,21 @@ TEST_F(HostLost, AStartThatFails) {
     driver.calls.clear();
     driver.message = "Busy";
     EXPECT_EQ(play(never)->text.substr(0, 42), "The driver did not start the stream: Busy.");
+}
+
+TEST_F(HostLost, AStartOfDsdThatFails) {
+    driver.types = {ASIOSTDSDInt8MSB1};
+    driver.preferred = 16;
+    driver.startAnswer = ASE_NotPresent;
+    source = ListSource(std::vector<std::uint8_t>(100, 0x69), 1);
+    const auto failure = play(never);
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->code, exitStart);
+    EXPECT_EQ(
+        failure->text,
+        "The driver did not start the stream. DSD is off in its settings (DSDMSB=enable turns "
+        "it on), or the target does not take this format, or is busy. But for the first, the "
+        "driver logs the reason with Debug=enable in its settings.");
 }
 
 TEST_F(HostLost, NoSwitchEver) {
