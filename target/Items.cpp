@@ -1,8 +1,10 @@
 #include "target/Items.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "target/Discovery.h"
+#include "target/OutputChoice.h"
 #include "wire/DiscoveryMessage.h"
 
 namespace velmora_target {
@@ -14,7 +16,7 @@ Items::Items(TargetSettings& settings, const KeptValues& kept, KeepValues keep)
     for (const ItemRow& row : itemTable()) {
         Item item{row, row.read(settings), row.read(settings), {}, {}};
         const auto found = kept.find(row.key);
-        if (found != kept.end() && objectionTo(row, found->second).empty()) {
+        if (found != kept.end() && objectionHere(row, found->second).empty()) {
             item.inForce = found->second;
             item.kept = found->second;
             row.apply(settings, item.inForce);
@@ -31,6 +33,22 @@ std::vector<std::string> Items::keptLines() const {
                         ", kept");
     }
     return lines;
+}
+
+bool Items::isKept(std::string_view key) const {
+    return std::any_of(items_.begin(), items_.end(), [key](const Item& item) {
+        return key == item.row.key && item.kept && *item.kept == item.inForce;
+    });
+}
+
+// Why this target does not take a value; empty if it does.
+std::string Items::objectionHere(const ItemRow& row, const ItemValue& value) const {
+    std::string objection = objectionTo(row, value);
+    if (objection.empty() && row.type == ItemType::choiceWithText &&
+        settings_.outputFolder.empty() && isFile({value.number, value.text})) {
+        objection = "hosts name no files here, for there is no --output-folder";
+    }
+    return objection;
 }
 
 std::optional<ZENNO::Bytes> Items::answer(const PacketView& packet, std::uint64_t now, Mail& out) {
@@ -76,7 +94,7 @@ ZENNO::Bytes Items::onItem(Item& item, const PacketView& packet, std::uint64_t n
         case ITEMVALUE_REQ::modeWrite: {
             value = {row.type == ItemType::text ? std::uint16_t{0} : packet.arg16(12),
                      row.hasText() ? std::string(packet.text()) : std::string()};
-            const std::string objection = objectionTo(row, value);
+            const std::string objection = objectionHere(row, value);
             // What is there already may stay where it is the command line's alone to give; but it
             // is not the host's then, and is not kept.
             if (!objection.empty() && value == item.inForce) {

@@ -13,6 +13,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -44,6 +45,7 @@ public:
     std::uint64_t changes() const noexcept { return changes_; }  // values, since the start
     // "Name is "x", kept": the values that came from `kept`.
     std::vector<std::string> keptLines() const;
+    bool isKept(std::string_view key) const;  // and in force
 
     static constexpr std::uint64_t forgetAfter = 60'000'000;  // µs since the last write
 
@@ -53,6 +55,7 @@ private:
         ItemValue given, inForce;  // given by the command line
         std::optional<ItemValue> kept, written;
     };
+    std::string objectionHere(const ItemRow& row, const ItemValue& value) const;
     ZENNO::Bytes describeItem(std::uint16_t itemNo) const;
     ZENNO::Bytes onItem(Item& item, const VELMORA::wire::PacketView& packet, std::uint64_t now,
                         Mail& out);

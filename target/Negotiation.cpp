@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "target/Discovery.h"
+#include "target/OutputChoice.h"
 #include "target/Text.h"
 #include "wire/StreamMessage.h"
 
@@ -14,6 +15,12 @@ namespace {
 
 constexpr std::size_t mostPreludes = 16;
 constexpr std::uint64_t latencyMask = 0xffff0000;  // of the class word
+constexpr std::uint16_t plainHwLatency = 10;       // 100 µs, of an output without a device
+
+std::uint16_t hwLatencyOf(const TargetSettings& settings) {
+    const bool isDevice = settings.output.starts_with(alsaPrefix);
+    return settings.hwLatency.value_or(isDevice ? settings.deviceLatency : plainHwLatency);
+}
 
 DATASIZE_ANS answerDataSize(const TargetSettings& settings, ConstBytes probe) {
     DATASIZE_ANS answer;
@@ -37,7 +44,7 @@ std::optional<ZENNO::Bytes> Negotiation::answer(const PacketView& packet,
         case LATENCY_REQ::id: {
             LATENCY_ANS answer;
             answer.latency = grant(packet.arg16(8));
-            answer.hwLatency = settings_.hwLatency;
+            answer.hwLatency = hwLatencyOf(settings_);
             return write(answer);
         }
         case DATASIZE_REQ::id:

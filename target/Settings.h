@@ -40,8 +40,9 @@ struct TargetSettings {
     std::vector<SinkSettings> sinks;
 
     FormatMasks formats;
-    std::uint16_t latency = 200;   // that a host without a wish gets, 100 µs
-    std::uint16_t hwLatency = 10;  // 100 µs
+    std::uint16_t latency = 200;             // that a host without a wish gets, 100 µs
+    std::optional<std::uint16_t> hwLatency;  // 100 µs; else that of the output in force
+    std::uint16_t deviceLatency = 400;       // of a sound device, 100 µs
     std::uint16_t mtu = 1500;
     std::uint16_t maxBurst = 15000;                                         // bytes
     std::uint16_t minCycle10 = 100, maxCycle10 = 500, profileFlags = 0x0c;  // 10 µs, 10 µs
@@ -54,7 +55,7 @@ struct TargetSettings {
     std::uint64_t silenceLimit = 5'000'000;          // µs without a packet that end a stream
     std::uint64_t askAfter = 0, askUntil = 400'000;  // µs that a packet is missing, to ask for it
     std::string output = "none";                     // as target/OutputChoice.h has it
-    std::string outputFolder = ".";                  // of the files that hosts name
+    std::string outputFolder;  // of the files that hosts name; empty: they name none
 
     bool announces = true;                  // NOTIFY
     std::vector<ChannelSettings> channels;  // none: transfers are refused

@@ -40,15 +40,33 @@ Target::Target(TargetSettings settings, MakeOutput makeOutput, Storage storage)
 
 std::string Target::askFormatsBy(AskFormats ask) {
     ask_ = std::move(ask);
-    return askFormats();
+    if (askFormats() || items_.isKept("output")) return {};
+    return askFailure_;
 }
 
-std::string Target::askFormats() {
-    if (!ask_) return {};
+// Whether it could be asked.
+bool Target::askFormats() {
     askedOutput_ = settings_.output;
-    const TakenFormats taken = ask_(settings_.output, allowed_);
-    settings_.formats = taken.failure.empty() ? taken.formats : allowed_;
-    return taken.failure;
+    TakenFormats taken = ask_(settings_.output, allowed_);
+    askFailure_ = std::move(taken.failure);
+    settings_.formats = askFailure_.empty() ? taken.formats : allowed_;
+    return askFailure_.empty();
+}
+
+// A device that was not there, or in use, may be had by now.
+void Target::askAgain(std::uint64_t now, Mail& out) {
+    if (askFailure_.empty() || now < nextAsk_) return;
+    nextAsk_ = now + askEvery;
+    if (isConnected() || isPlayingOut()) return;
+    if (askFormats()) out.lines.push_back(settings_.output + " can be played on now");
+}
+
+std::vector<std::string> Target::keptLines() const {
+    std::vector<std::string> lines = items_.keptLines();
+    if (!askFailure_.empty()) {
+        lines.push_back(askFailure_ + " (a host has kept it; it is looked for every 5 s)");
+    }
+    return lines;
 }
 
 void Target::onDatagram(const Arrival& arrival, Mail& out) {
@@ -71,9 +89,9 @@ void Target::onDatagram(const Arrival& arrival, Mail& out) {
     }
     misbehaviour_.spoil(&*packet, portBeside(arrival.localPort), out, before);
     if (items_.takeChanged()) {
-        if (settings_.output != askedOutput_) {
-            const std::string failure = askFormats();
-            if (!failure.empty()) out.lines.push_back(failure);
+        if (ask_ && settings_.output != askedOutput_) {
+            if (!askFormats()) out.lines.push_back(askFailure_);
+            nextAsk_ = arrival.now + askEvery;
         }
         nextNotify_ = arrival.now;
         announce(arrival.now, out);
@@ -126,6 +144,7 @@ void Target::onTime(std::uint64_t now, Mail& out) {
     for (const auto& sink : sinks_) sink->onTime(now, out);
     items_.onTime(now);
     transfers_.onTime(now, out);
+    askAgain(now, out);
     announce(now, out);
     misbehaviour_.spoil(nullptr, ControlPort, out, before);
     tellReaders(out, linesBefore);
@@ -147,6 +166,7 @@ void Target::announce(std::uint64_t now, Mail& out) {
 
 std::uint64_t Target::nextTime(std::uint64_t now) const {
     std::uint64_t next = announces() ? nextNotify_ : ~0ull;
+    if (!askFailure_.empty()) next = std::min(next, nextAsk_);
     next = std::min({next, items_.nextTime(), transfers_.nextTime()});
     for (const auto& sink : sinks_) next = std::min(next, sink->nextTime(now));
     return next;

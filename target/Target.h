@@ -35,9 +35,12 @@ public:
     Target& operator=(const Target&) = delete;
 
     // Of the settings' formats, what the output in force takes is what hosts are told, from here on
-    // also when a host sets another output. A text when it takes nothing or cannot be asked: all of
-    // them stand then, and whoever comes to play is refused.
+    // also when a host sets another output. When it takes nothing or cannot be asked, all of them
+    // stand, whoever comes to play is refused, and the output is asked again every 5 s while nobody
+    // plays. That is a text where the command line gave the output. One that a host has kept is
+    // told by keptLines: the target stays, so that hosts can set another.
     std::string askFormatsBy(AskFormats ask);
+    static constexpr std::uint64_t askEvery = 5'000'000;  // µs
 
     void onDatagram(const Arrival& arrival, Mail& out);
     void onTime(std::uint64_t now, Mail& out);
@@ -48,7 +51,7 @@ public:
     void announceOn(std::vector<std::uint32_t> scopes) { scopes_ = std::move(scopes); }
 
     const TargetSettings& settings() const noexcept { return settings_; }
-    std::vector<std::string> keptLines() const { return items_.keptLines(); }
+    std::vector<std::string> keptLines() const;
     const TransferCounts& transferCounts() const noexcept { return transfers_.counts(); }
     std::uint64_t settingChanges() const noexcept { return items_.changes(); }
     std::uint64_t misbehaviours() const noexcept { return misbehaviour_.count(); }
@@ -65,7 +68,8 @@ private:
     Sink* sinkAt(std::uint16_t port);
     std::uint16_t portBeside(std::uint16_t port) const noexcept;
     bool announces() const noexcept { return settings_.announces && !scopes_.empty(); }
-    std::string askFormats();
+    bool askFormats();
+    void askAgain(std::uint64_t now, Mail& out);
     void announce(std::uint64_t now, Mail& out);
     void tellReaders(Mail& out, std::size_t from);
 
@@ -74,7 +78,8 @@ private:
     const MakeOutput makeOutput_;
     const FormatMasks allowed_;
     AskFormats ask_;
-    std::string askedOutput_;
+    std::string askedOutput_, askFailure_;  // empty where it could be asked
+    std::uint64_t nextAsk_ = 0;
     Sinks sinks_;
     Transfers transfers_;
     Info info_;

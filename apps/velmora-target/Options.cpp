@@ -27,6 +27,8 @@ sound device. A device that is taken away ends its stream; the next stream opens
 Settings of the target are shown to hosts, which can change them: name, buffer, clock trim, feedback,
 phase, announcing, output. What a host asks to keep goes to --state and goes before the command line
 at the next start. A file that a host names lies in --output-folder, and replaces none.
+A sound device that a host has kept and that is not there ends nothing: the target looks for it
+every five seconds, and hosts may set another.
 
 Transfers go to --inbox once they are whole, as channel-0-1.bin, channel-0-2.bin ...; one that does
 not become whole leaves nothing there.
@@ -163,10 +165,9 @@ CommandLine readCommandLine(int count, char** values) {
         ->capture_default_str()
         ->group(stream);
     app.add_option("--hw-latency", raw.hwLatency,
-                   "told to hosts, in steps of 100; with a sound device its buffer")
+                   "told to hosts, in steps of 100; else 1000, with a sound device its buffer")
         ->check(isFinite)
         ->type_name("MICROS")
-        ->capture_default_str()
         ->group(stream);
     app.add_option("--mtu", target.mtu, "told to hosts")
         ->type_name("BYTES")
@@ -237,7 +238,7 @@ CommandLine readCommandLine(int count, char** values) {
         ->type_name("MS")
         ->group(stream);
     app.add_option("--output-folder", target.outputFolder,
-                   "for files that hosts name; that of --output, or the current one")
+                   "for files that hosts name; else that of an --output FILE, or they name none")
         ->type_name("FOLDER")
         ->group(stream);
 

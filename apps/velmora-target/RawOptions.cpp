@@ -238,14 +238,14 @@ void finish(const CLI::App& app, const RawOptions& raw, Options& options) {
     if (target.latency < leastLatency || target.latency > mostLatency) {
         refuse("--latency", "from 500 to 2000000 microseconds");
     }
-    target.hwLatency = unitsOf("--hw-latency", raw.hwLatency, 100);
+    if (app.count("--hw-latency") != 0) {
+        target.hwLatency = unitsOf("--hw-latency", raw.hwLatency, 100);
+    }
     target.minCycle10 = unitsOf("--profile", raw.profile[0], 10);
     target.maxCycle10 = unitsOf("--profile", raw.profile[1], 10);
     target.profileFlags = unitsOf("--profile", raw.profile[2], 1);
     options.alsa = alsaTimesOf(app, raw);
-    if (target.output.starts_with(alsaPrefix) && app.count("--hw-latency") == 0) {
-        target.hwLatency = unitsOf("--alsa-buffer", options.alsa.bufferMicros, 100);
-    }
+    target.deviceLatency = unitsOf("--alsa-buffer", options.alsa.bufferMicros, 100);
     if (app.count("--buffer") != 0) {
         target.bufferMicros = static_cast<std::uint64_t>(std::llround(raw.bufferMs * 1000));
     }
@@ -274,9 +274,8 @@ void finish(const CLI::App& app, const RawOptions& raw, Options& options) {
     }
     if (app.count("--output-folder") == 0 && isFile(target.output)) {
         const std::filesystem::path folder = std::filesystem::path(target.output).parent_path();
-        if (!folder.empty()) target.outputFolder = folder.string();
+        target.outputFolder = folder.empty() ? "." : folder.string();
     }
-    if (target.outputFolder.empty()) target.outputFolder = ".";
     for (const std::string& entry : raw.transferChannels) {
         target.channels.push_back(channelOf(entry));
     }

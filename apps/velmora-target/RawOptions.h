@@ -18,7 +18,7 @@ struct RawOptions {
     std::string product = "KORVENTE", dsd = "msb", dsdWord = "big", phase = "normal";
     std::vector<std::uint32_t> profile{1000, 5000, 0x0c};
     std::uint32_t firstPort = 19650, streamPortOffset = 0, sinkVersion = 1;
-    double latency = 20000, hwLatency = 1000, bufferMs = 0, alsaBufferMs = 40, alsaPeriodMs = 0;
+    double latency = 20000, hwLatency = 0, bufferMs = 0, alsaBufferMs = 40, alsaPeriodMs = 0;
     std::vector<double> ask{0, 400};  // ms
     std::vector<double> clockDrift;   // ppm, seconds
     std::uint64_t pcmMask = 0, dsdLsbMask = 0, dsdMsbMask = 0;

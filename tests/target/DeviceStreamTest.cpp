@@ -24,7 +24,9 @@ protected:
         return settings;
     }
     MakeOutput maker() {
-        return [this](const std::string&, std::uint16_t) {
+        return [this](const std::string& output,
+                      std::uint16_t) -> std::unique_ptr<velmora_target::AudioOutput> {
+            if (output == "none") return std::make_unique<velmora_target::NoOutput>();
             return std::make_unique<DeviceOutput>("bench", std::make_unique<ScriptedPcm>(stage),
                                                   PcmTimes{});
         };
@@ -108,6 +110,98 @@ TEST_F(DeviceStream, TellsOtherFormatsOnceAHostHasSetAnotherOutput) {
     ASSERT_EQ(world.target.settings().output, "none");
     EXPECT_EQ(asked, (std::vector<std::string>{"alsa:bench", "none"}));
     EXPECT_EQ(world.target.settings().formats.pcm, plainSettings().formats.pcm);
+}
+
+class KeptDevice : public DeviceStream {
+protected:
+    KeptDevice() {
+        stage.takes = [](const PcmShape& shape) { return shape.channels == 2; };
+    }
+    static TargetSettings withoutOutput() {
+        TargetSettings settings = plainSettings();
+        settings.output = "none";
+        return settings;
+    }
+    TargetWorld kept{withoutOutput(), {{{"output", {3, "hw:9"}}}, {}, {}}, maker()};
+    std::string askFormatsOfKept() {
+        return kept.target.askFormatsBy(
+            [this](const std::string& output, const FormatMasks& allowed) {
+                return ask(output, allowed);
+            });
+    }
+};
+
+TEST_F(KeptDevice, ThatIsNotThereLeavesTheTargetToItsHosts) {
+    stage.openError = -ENOENT;
+    EXPECT_EQ(askFormatsOfKept(), "");
+    EXPECT_EQ(kept.target.settings().output, "alsa:hw:9");
+    EXPECT_EQ(kept.target.settings().formats.pcm, plainSettings().formats.pcm);
+    const std::vector<std::string> said = kept.target.keptLines();
+    ASSERT_EQ(said.size(), 2u);
+    EXPECT_EQ(said[0], "Output is ALSA device \"hw:9\", kept");
+    EXPECT_TRUE(said[1].starts_with("there is no sound device")) << said[1];
+    EXPECT_TRUE(said[1].ends_with(" (a host has kept it; it is looked for every 5 s)"));
+    EXPECT_FALSE(kept.connect()) << "nobody can play";
+    // The way back: item 7, choice 0 (none), then the commit.
+    kept.ask(VELMORA::wire::makePacket(50, 0, {7, 1, 0, 0}), controlPort);
+    kept.ask(VELMORA::wire::makePacket(50, 0, {0, 2, 0, 0}), controlPort);
+    EXPECT_TRUE(kept.connect());
+}
+
+TEST_F(KeptDevice, IsLookedForEveryFiveSecondsUntilItIsThere) {
+    stage.openError = -ENOENT;
+    ASSERT_EQ(askFormatsOfKept(), "");
+    kept.pass(1);
+    const std::size_t before = asked.size();
+    EXPECT_LE(kept.target.nextTime(kept.now), kept.now + 5'000'000);
+    kept.pass(4'999'999);
+    EXPECT_EQ(asked.size(), before);
+    kept.pass(1);
+    EXPECT_EQ(asked.size(), before + 1);
+    stage.openError = 0;
+    kept.pass(5'000'000);
+    EXPECT_EQ(asked.size(), before + 2);
+    EXPECT_EQ(kept.mail.lines, std::vector<std::string>{"alsa:hw:9 can be played on now"});
+    EXPECT_NE(kept.target.settings().formats.pcm, plainSettings().formats.pcm);
+    kept.pass(20'000'000);
+    EXPECT_EQ(asked.size(), before + 2) << "nothing to look for any more";
+    EXPECT_EQ(kept.target.keptLines().size(), 1u);
+}
+
+TEST_F(KeptDevice, IsNotLookedForWhileSomebodyPlaysOnIt) {
+    stage.openError = -EBUSY;
+    ASSERT_EQ(askFormatsOfKept(), "");
+    kept.pass(1);
+    stage.openError = 0;
+    ASSERT_TRUE(kept.connect());
+    const std::size_t before = asked.size();
+    kept.pass(5'000'000);
+    EXPECT_EQ(asked.size(), before);
+}
+
+TEST_F(DeviceStream, TellsTheLatencyOfTheOutputInForce) {
+    const Bytes request = hex("6400 1000 0600 0000 0000 0000 0000 0000");
+    const auto hwLatencyOf = [&](TargetWorld& target) {
+        const Bytes answer = target.ask(request, sinkPort);
+        return answer.at(10) | answer.at(11) << 8;
+    };
+    const auto settingsOf = [](const char* output, std::optional<std::uint16_t> own) {
+        TargetSettings settings = plainSettings();
+        settings.output = output;
+        settings.hwLatency = own;
+        settings.deviceLatency = 250;
+        return settings;
+    };
+    TargetWorld device(settingsOf("alsa:bench", std::nullopt));
+    TargetWorld none(settingsOf("none", std::nullopt));
+    TargetWorld told(settingsOf("alsa:bench", std::uint16_t{7}));
+    EXPECT_EQ(hwLatencyOf(device), 250);
+    EXPECT_EQ(hwLatencyOf(none), 10);
+    EXPECT_EQ(hwLatencyOf(told), 7);
+    none.ask(VELMORA::wire::makePacket(50, 0, {7, 1, 3, 0}), controlPort);
+    none.ask(VELMORA::wire::makePacket(50, 0, {0, 2, 0, 0}), controlPort);
+    ASSERT_EQ(none.target.settings().output, "alsa:default");
+    EXPECT_EQ(hwLatencyOf(none), 250) << "a host has set a device";
 }
 
 TEST_F(DeviceStream, IsHeardWholeThoughTheHostLeavesAtOnce) {

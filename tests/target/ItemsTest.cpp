@@ -318,7 +318,9 @@ TEST_F(Items, StandAsKeptAtTheNextStart) {
                           {"output", {2, "night"}},
                           {"feedback", {9, {}}},
                           {"of a later release", {1, {}}}};
-    TargetWorld next(plainSettings(), {kept, keepValues, {}});
+    auto given = plainSettings();
+    given.outputFolder = ".";
+    TargetWorld next(given, {kept, keepValues, {}});
     EXPECT_EQ(next.target.settings().name, "Kitchen");
     EXPECT_EQ(next.target.settings().clockPpm, -1);
     EXPECT_EQ(next.target.settings().output, "./night.dsf");
@@ -414,6 +416,22 @@ TEST_F(Items, PutAnOutputIntoItsFolderAndForm) {
         EXPECT_EQ(shown.current, c.kind);
         EXPECT_EQ(shown.second, c.kind) << "what a host shows where the text is empty";
         EXPECT_EQ(shown.text, c.name);
+    }
+}
+
+TEST_F(Items, NameNoFilesWhereTheCommandLineGaveNoFolder) {
+    TargetWorld bare(plainSettings(), {{{"output", {1, "night"}}}, keepValues, {}});
+    EXPECT_EQ(bare.target.settings().output, "none") << "nor by what was kept";
+    for (const std::uint16_t kind : std::initializer_list<std::uint16_t>{1, 2, 4}) {
+        SCOPED_TRACE(kind);
+        const Bytes answer = bare.ask(write(ITEMVALUE_REQ{itemOutput, 1, kind, "b"}), controlPort);
+        EXPECT_EQ(answer.at(6), 0);
+        EXPECT_EQ(bare.mail.lines,
+                  Lines{"refused a value for Output: hosts name no files here, for there is no "
+                        "--output-folder"});
+    }
+    for (const std::uint16_t kind : std::initializer_list<std::uint16_t>{0, 3}) {
+        EXPECT_EQ(bare.ask(write(ITEMVALUE_REQ{itemOutput, 1, kind, {}}), controlPort).at(6), 1);
     }
 }
 
