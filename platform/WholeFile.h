@@ -17,7 +17,8 @@ enum class WriteOutcome {
 };
 
 // Writes into a new file beside `path`, brings it to the medium and then puts it in the place of
-// `path`. In every case but `done` the file is as it was, and nothing is left beside it.
+// `path`, with the rights and marks that the file there has. In every case but `done` the file is
+// as it was, and nothing is left beside it.
 WriteOutcome replaceWholeFile(const std::string& path, const std::uint8_t* data,
                               std::uint64_t size);
 

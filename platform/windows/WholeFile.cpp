@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <vector>
+
 #include "platform/windows/Wide.h"
 
 namespace ZENNO::platform {
@@ -63,6 +65,46 @@ WriteOutcome mayReplace(const wchar_t* path) noexcept {
     return WriteOutcome::done;
 }
 
+// What a file has besides its bytes: its marks, and who may do what with it. ReplaceFileW would
+// carry them over as well, but it may fail half-way, with nothing left in the place.
+struct Marks {
+    DWORD attributes = 0;              // 0 where there is no file
+    std::vector<std::uint8_t> rights;  // a security descriptor; empty where there is none
+};
+
+Marks marksOf(const wchar_t* path) {
+    constexpr DWORD kept =
+        FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+    Marks marks;
+    const DWORD attributes = GetFileAttributesW(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES) return marks;
+    marks.attributes = (attributes & kept) | FILE_ATTRIBUTE_ARCHIVE;  // as all that was written
+    DWORD size = 0;
+    GetFileSecurityW(path, DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    marks.rights.resize(size);
+    if (size == 0 ||
+        !GetFileSecurityW(path, DACL_SECURITY_INFORMATION, marks.rights.data(), size, &size)) {
+        marks.rights.clear();
+        return marks;
+    }
+    // What was inherited stays so: the folder's rights rule it as before.
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    DWORD revision = 0;
+    GetSecurityDescriptorControl(marks.rights.data(), &control, &revision);
+    if ((control & SE_DACL_AUTO_INHERITED) != 0) {
+        SetSecurityDescriptorControl(marks.rights.data(), SE_DACL_AUTO_INHERIT_REQ,
+                                     SE_DACL_AUTO_INHERIT_REQ);
+    }
+    return marks;
+}
+
+// A medium that knows none of it refuses, and there is nothing to lose.
+void setMarks(const wchar_t* path, Marks& marks) noexcept {
+    if (marks.attributes != 0) SetFileAttributesW(path, marks.attributes);
+    if (marks.rights.empty()) return;
+    SetFileSecurityW(path, DACL_SECURITY_INFORMATION, marks.rights.data());
+}
+
 bool folderIsThere(const wchar_t* path) noexcept {
     const DWORD attributes = GetFileAttributesW(path);
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
@@ -77,11 +119,14 @@ WriteOutcome replaceWholeFile(const std::string& path, const std::uint8_t* data,
         return WriteOutcome::noFolder;
     }
     if (const WriteOutcome may = mayReplace(place.data()); may != WriteOutcome::done) return may;
+    Marks marks = marksOf(place.data());
+    DeleteFileW(fresh.data());  // of a write that was broken off: hidden, it could not be opened
     const HANDLE file = CreateFileW(fresh.data(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return outcomeOf(GetLastError());
     DWORD error = writeAll(file, data, size);
     if (!CloseHandle(file) && error == 0) error = GetLastError();
+    if (error == 0) setMarks(fresh.data(), marks);
     if (error == 0 && !MoveFileExW(fresh.data(), place.data(),
                                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
         error = GetLastError();
