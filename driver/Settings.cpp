@@ -2,8 +2,8 @@
 
 #include <limits>
 #include <type_traits>
+#include <utility>
 
-#include "base/InfFile.h"
 #include "base/Log.h"
 #include "base/LogLine.h"
 #include "base/Number.h"
@@ -14,59 +14,62 @@ using ZENNO::InfFile;
 using ZENNO::IPAddress;
 using ZENNO::LogLine;
 
-struct SettingsKey::Reading {
-    DriverSettings& settings;
-    InfFile& tree;
-    const std::function<std::int32_t()>& physicalCoreCount;
-};
-
 namespace {
 
-using Reading = SettingsKey::Reading;
 using Kind = SettingsKey::Kind;
 
-void takeDebug(Reading&, const std::string& text) {
-    if (text == "enable") ZENNO::setLogLevel(6);
-    if (text == "debug") ZENNO::setLogLevel(7);
+bool takeDebug(SettingsReading& reading, const std::string& text) {
+    if (text != "enable" && text != "debug") return false;
+    reading.debug = text;
+    return true;
 }
 
-void takePcmRequest(Reading& reading, const std::string& text) {
-    DriverSettings& settings = reading.settings;
+bool takePcmRequest(SettingsReading& reading, const std::string& text) {
+    DriverSettings& settings = reading.values;
     if (text == "CovertS32") {
         settings.pcmRequest = 32;
         settings.pcmConvertS32 = true;
-        return;
+        return true;
     }
     const std::int64_t bits = ZENNO::readInteger(text);
-    if (bits >= 0 && bits <= INT32_MAX) settings.pcmRequest = static_cast<std::int32_t>(bits);
+    if (bits < 0 || bits > INT32_MAX) return false;
+    settings.pcmRequest = static_cast<std::int32_t>(bits);
+    return true;
 }
 
-void takeTargetAddress(Reading& reading, const std::string& text) {
+bool takeTargetAddress(SettingsReading& reading, const std::string& text) {
+    IPAddress& address = reading.values.targetAddress;
+    if (address.parseV6WithPort(text)) return true;
     // A text that goes wrong behind its comma has already set the address.
-    if (!reading.settings.targetAddress.parseV6WithPort(text)) reading.settings.targetAddress = {};
+    address = {};
+    return false;
 }
 
-void takeFindIP(Reading& reading, const std::string& text) {
+bool takeFindIP(SettingsReading& reading, const std::string& text) {
+    const std::list<IPAddress>& taken = reading.values.findIPList;
+    bool all = true;
     std::string_view rest = text;
     while (!rest.empty()) {
         const std::size_t end = rest.find(';');
         IPAddress address;
-        if (address.parseV6(rest.substr(0, end))) reading.settings.findIPList.push_back(address);
+        if (address.parseV6(rest.substr(0, end))) {
+            reading.values.findIPList.push_back(address);
+        } else {
+            all = false;
+        }
         rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
     }
+    if (!all && !taken.empty()) reading.partly.push_back("FindIP=" + text);
+    return !taken.empty();
 }
 
-void takeCpuLow(Reading& reading, const std::string& text) {
-    const std::int64_t most = ZENNO::readInteger(text);
-    if (most == 0) return;
-    const std::int32_t cores = reading.physicalCoreCount();
-    if (cores > most) return;
-    reading.tree.selectSection("LOW");
-    LogLine(6) << "Change Low Profile : " << cores;
+bool takeCpuLow(SettingsReading& reading, const std::string& text) {
+    reading.cpuLow = ZENNO::readInteger(text);
+    return reading.cpuLow != 0;
 }
 
-void takeFragment(Reading& reading, const std::string& text) {
-    DriverSettings& settings = reading.settings;
+bool takeFragment(SettingsReading& reading, const std::string& text) {
+    DriverSettings& settings = reading.values;
     if (text == "disable") {
         settings.fragment = 1;
     } else if (text == "enable") {
@@ -75,11 +78,14 @@ void takeFragment(Reading& reading, const std::string& text) {
         settings.fragmentOptimize = true;
     } else if (const std::int64_t packets = ZENNO::readInteger(text); packets >= 0) {
         settings.fragment = static_cast<std::uint16_t>(packets);
+    } else {
+        return false;
     }
+    return true;
 }
 
-void takeFlexCycle(Reading& reading, const std::string& text) {
-    DriverSettings& settings = reading.settings;
+bool takeFlexCycle(SettingsReading& reading, const std::string& text) {
+    DriverSettings& settings = reading.values;
     if (text == "enable") {
         settings.flexCycle = true;
     } else if (text == "fixAsio") {
@@ -88,7 +94,10 @@ void takeFlexCycle(Reading& reading, const std::string& text) {
         settings.flexCycle = true;
         settings.randomCycle = true;
         settings.fragmentOptimize = false;
+    } else {
+        return false;
     }
+    return true;
 }
 
 constexpr SettingsKey::Range any{};
@@ -98,7 +107,8 @@ constexpr SettingsKey::Range from(std::int64_t least) {
 }
 
 constexpr SettingsKey custom(std::string_view name, std::string_view values,
-                             std::string_view initial, void (*take)(Reading&, const std::string&)) {
+                             std::string_view initial,
+                             bool (*take)(SettingsReading&, const std::string&)) {
     return {name, Kind::custom, values, initial, {}, {}, {}, take};
 }
 constexpr SettingsKey number(std::string_view name, SettingsKey::Place place,
@@ -140,47 +150,63 @@ constexpr SettingsKey keys[] = {
     word("NopBreak", &S::nopBreak, "Enable"),  // this capital letter, unlike the other switches
 };
 
+// Stores a word's or a number's value; false where its place does not hold it.
 struct Store {
     DriverSettings& settings;
     std::int64_t value;
 
-    void operator()(std::monostate) const {}
-    void operator()(bool DriverSettings::*place) const { settings.*place = true; }
+    bool operator()(std::monostate) const { return false; }
+    bool operator()(bool DriverSettings::*place) const {
+        settings.*place = true;
+        return true;
+    }
     template <class T>
-    void operator()(T DriverSettings::*place) const {
+    bool operator()(T DriverSettings::*place) const {
         // Unsigned values are cut to their width; a size or count that would turn negative is no
         // value of its key.
         if constexpr (std::is_signed_v<T>) {
             if (value > std::numeric_limits<T>::max() || value < std::numeric_limits<T>::min()) {
-                return;
+                return false;
             }
         }
         settings.*place = static_cast<T>(value);
+        return true;
     }
 };
 
-void readKey(const SettingsKey& key, Reading& reading) {
-    const std::string text = reading.tree.get(std::string(key.name));
-    if (text.empty()) return;
+bool take(const SettingsKey& key, SettingsReading& reading, const std::string& text) {
     switch (key.kind) {
         case Kind::word:
-            if (text == key.word) std::visit(Store{reading.settings, 1}, key.place);
-            break;
-        case Kind::number:
-            if (const std::int64_t value = ZENNO::readInteger(text); key.range.has(value)) {
-                std::visit(Store{reading.settings, value}, key.place);
-            }
-            break;
+            return text == key.word && std::visit(Store{reading.values, 1}, key.place);
+        case Kind::number: {
+            const std::int64_t value = ZENNO::readInteger(text);
+            return key.range.has(value) && std::visit(Store{reading.values, value}, key.place);
+        }
         case Kind::custom:
-            key.take(reading, text);
-            break;
+            return key.take(reading, text);
     }
+    return false;
 }
 
 }  // namespace
 
 std::span<const SettingsKey> settingsKeys() noexcept {
     return keys;
+}
+
+SettingsReading readSettings(InfFile tree,
+                             const std::function<bool(std::int64_t cpuLow)>& isSmall) {
+    SettingsReading reading;
+    for (const SettingsKey& key : keys) {
+        const std::string text = tree.get(std::string(key.name));
+        if (!text.empty() && !take(key, reading, text)) {
+            reading.ignored.push_back(std::string(key.name) + "=" + text);
+        }
+        if (key.name != "CPULOW") continue;
+        reading.isLow = isSmall(reading.cpuLow);
+        if (reading.isLow) tree.selectSection("LOW");
+    }
+    return reading;
 }
 
 std::string userSettingPath(const std::string& roamingFolder, const std::string& product) {
@@ -230,10 +256,19 @@ bool loadSettings(const std::string& settingPath, DriverSettings& out,
     debugPath += "debug.inf";
     const bool debugRead = hasFolder && tree.load(debugPath);
 
-    Reading reading{out, tree, physicalCoreCount};
-    readKey(keys[0], reading);  // Debug: from here on the log may be open
+    std::int32_t cores = 0;
+    SettingsReading reading = readSettings(tree, [&](std::int64_t cpuLow) {
+        if (cpuLow == 0) return false;
+        cores = physicalCoreCount();
+        return cores <= cpuLow;
+    });
+    out = std::move(reading.values);
+
+    // From here on the log may be open.
+    if (reading.debug == "enable") ZENNO::setLogLevel(6);
+    if (reading.debug == "debug") ZENNO::setLogLevel(7);
     LogLine(6) << "LoadInf : " << settingPath;
     if (debugRead) LogLine(6) << "load debug: " << debugPath;
-    for (const SettingsKey& key : std::span(keys).subspan(1)) readKey(key, reading);
+    if (reading.isLow) LogLine(6) << "Change Low Profile : " << cores;
     return true;
 }

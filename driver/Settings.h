@@ -10,8 +10,10 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "base/IPAddress.h"
+#include "base/InfFile.h"
 
 // Every value with the default that holds where no file says otherwise.
 struct DriverSettings {
@@ -44,6 +46,18 @@ struct DriverSettings {
     bool nopBreak = false;
 };
 
+// What the keys of a file come to.
+struct SettingsReading {
+    DriverSettings values;
+    std::string debug;        // "enable", "debug", or empty: the log is left as it is
+    std::int64_t cpuLow = 0;  // as it stands
+    bool isLow = false;       // the keys behind CPULOW were read from the section LOW
+    // "SyncBufferCount=1": what stands in the file and holds for nothing.
+    std::vector<std::string> ignored;
+    // "FindIP=fe80::1;x": what holds as far as it parses.
+    std::vector<std::string> partly;
+};
+
 // One key, as it is read and as docs/settings.md tells it.
 struct SettingsKey {
     enum class Kind {
@@ -58,7 +72,6 @@ struct SettingsKey {
             return v >= least && (v != 0 || zeroToo);
         }
     };
-    struct Reading;  // a file being read, in Settings.cpp
     using Place =
         std::variant<std::monostate, bool DriverSettings::*, std::uint16_t DriverSettings::*,
                      std::uint32_t DriverSettings::*, std::int32_t DriverSettings::*>;
@@ -70,11 +83,17 @@ struct SettingsKey {
     Place place{};             // for word and number
     std::string_view word{};
     Range range{};
-    void (*take)(Reading&, const std::string& text) = nullptr;
+    bool (*take)(SettingsReading&, const std::string& text) = nullptr;  // false: holds for nothing
 };
 
 // In the order of reading: a key may change what later ones mean.
 std::span<const SettingsKey> settingsKeys() noexcept;
+
+// Reads the tree's current section and, where `isSmall` says so of CPULOW's value (0 where there is
+// none), the section LOW for the keys behind it. Opens no file, switches no log. No value is ever
+// an error: what a key does not take leaves its default.
+SettingsReading readSettings(ZENNO::InfFile tree,
+                             const std::function<bool(std::int64_t cpuLow)>& isSmall);
 
 // Which file holds the settings, and which program edits them.
 struct SettingsFiles {
@@ -92,7 +111,6 @@ inline constexpr const char* factorySettingName = "setting_org.inf";
 SettingsFiles locateSettings(const std::string& driverFolder, const std::string& roamingFolder);
 
 // The defaults, and over them the settings file and the debug.inf beside it; the key Debug opens
-// the log on the way. False, with the defaults, when the settings file cannot be read. No value is
-// ever an error: what a key does not take leaves its default.
+// the log on the way. False, with the defaults, when the settings file cannot be read.
 bool loadSettings(const std::string& settingPath, DriverSettings& out,
                   const std::function<std::int32_t()>& physicalCoreCount);

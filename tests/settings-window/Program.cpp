@@ -52,9 +52,9 @@ void removeContents(const fs::path& path) {
 }  // namespace
 
 bool comesTrue(const std::function<bool()>& isSo) {
-    for (int i = 0; i < 600; ++i) {
+    for (int i = 0; i < 3000; ++i) {
         if (isSo()) return true;
-        Sleep(50);
+        Sleep(10);
     }
     return isSo();
 }
@@ -107,6 +107,11 @@ Folders::~Folders() {
     removeAll(driver_);
 }
 
+void Folders::takeSlowFinder() const {
+    fs::copy_file(ownFolder() + L"slow-finder.dll", driver_ + L"asio_korvente_x64.dll",
+                  fs::copy_options::overwrite_existing);
+}
+
 void Folders::write(const std::wstring& path, const std::string& text) {
     std::ofstream(fs::path(path), std::ios::binary) << text;
 }
@@ -156,8 +161,18 @@ void Program::awaitWindow() {
         return (process_ != nullptr && hasEnded()) ||
                (frame_ != nullptr && IsWindowVisible(frame_));
     });
-    if (frame_ == nullptr) throw std::runtime_error("no window came");
+    if (frame_ == nullptr) {
+        if (process_ != nullptr) TerminateProcess(process_, 99);  // it is in nobody's way
+        throw std::runtime_error("no window came");
+    }
+    comeToFront();
+}
+
+// Keys that are sent before the focus has come are nobody's.
+void Program::comeToFront() {
     SetForegroundWindow(frame_);
+    comesTrue(
+        [this] { return hasEnded() || (GetForegroundWindow() == frame_ && focus() != nullptr); });
 }
 
 Program::~Program() {
@@ -176,7 +191,7 @@ int Program::shownPage() const {
 }
 
 void Program::turnTo(int page) {
-    SetForegroundWindow(frame_);
+    comeToFront();
     for (int i = 0; i < pageCount && shownPage() != page; ++i) {
         const int before = shownPage();
         keys({VK_CONTROL, VK_NEXT});
@@ -192,6 +207,13 @@ void Program::choose(int page, int id, int line) {
     const HWND combo = control(page, id);
     SendMessageW(combo, CB_SETCURSEL, static_cast<WPARAM>(line), 0);
     SendMessageW(this->page(page), WM_COMMAND, MAKEWPARAM(static_cast<WORD>(id), CBN_SELCHANGE),
+                 reinterpret_cast<LPARAM>(combo));
+}
+
+void Program::typeInto(int page, int id, const std::string& text) {
+    const HWND combo = control(page, id);
+    SendMessageW(combo, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(wide(text).c_str()));
+    SendMessageW(this->page(page), WM_COMMAND, MAKEWPARAM(static_cast<WORD>(id), CBN_EDITCHANGE),
                  reinterpret_cast<LPARAM>(combo));
 }
 
@@ -222,8 +244,14 @@ void Program::keys(const std::vector<WORD>& together) {
     for (const WORD key : together) add(key, 0);
     for (auto key = together.rbegin(); key != together.rend(); ++key) add(*key, KEYEVENTF_KEYUP);
     SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
-    // What was sent is read by now: this message stands behind it.
-    Sleep(100);
+    awaitInputRead();
+}
+
+// A window is painted when its program has read all keys; a message sent is handled behind what it
+// does at that moment.
+void Program::awaitInputRead() const {
+    RedrawWindow(frame_, nullptr, nullptr, RDW_INVALIDATE | RDW_NOCHILDREN);
+    comesTrue([this] { return hasEnded() || GetUpdateRect(frame_, nullptr, FALSE) == 0; });
     SendMessageW(frame_, WM_NULL, 0, 0);
 }
 

@@ -29,6 +29,7 @@ public:
     const std::wstring& driver() const { return driver_; }
     const std::wstring& user() const { return user_; }
     std::wstring settings() const { return user_ + L"setting.inf"; }
+    void takeSlowFinder() const;  // a driver's module whose search comes to no end
 
     static void write(const std::wstring& path, const std::string& text);
     static std::string read(const std::wstring& path);  // "(none)" where there is none
@@ -57,7 +58,8 @@ public:
     void turnTo(int page);
     void enter(int page, int id, const std::string& text);
     void choose(int page, int id, int line);
-    void press(int page, int id);  // does not wait for what comes of it
+    void typeInto(int page, int id, const std::string& text);  // the edit of a combo
+    void press(int page, int id);                              // does not wait for what comes of it
     void pressOk() { PostMessageW(frame_, WM_COMMAND, IDOK, 0); }
     void pressCancel() { PostMessageW(frame_, WM_COMMAND, IDCANCEL, 0); }
 
@@ -81,6 +83,8 @@ public:
 
 private:
     void awaitWindow();
+    void comeToFront();
+    void awaitInputRead() const;
 
     HANDLE process_ = nullptr;
     HWND frame_ = nullptr;

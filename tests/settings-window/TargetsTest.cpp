@@ -73,6 +73,17 @@ TEST_F(Targets, ComeIntoTheListAndAreMarkedWhenTheyVanish) {
     EXPECT_EQ(rows(program), 1);
 }
 
+TEST_F(Targets, AreForgottenWhereSomethingElseIsAsked) {
+    ask(L"start-target");
+    Program program(folders_);
+    ASSERT_TRUE(says(program, "1 sink found."));
+    ask(L"stop-target");
+    ASSERT_TRUE(says(program, "answers no more"));
+    program.enter(pageTarget, fieldControl(FieldId::findIP), "fe80::7");
+    EXPECT_TRUE(says(program, "No target was found"));
+    EXPECT_EQ(rows(program), 0);
+}
+
 TEST_F(Targets, AlwaysThisOneWritesAddressAndSink) {
     Folders::write(folders_.settings(), "Version=1_112_1\r\n");
     ask(L"start-target");

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sddl.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -41,6 +42,39 @@ TEST_F(SettingsWindow, SaysThatTheFileIsWriteProtected) {
     SetFileAttributesW(folders_.settings().c_str(), FILE_ATTRIBUTE_NORMAL);
     endByOk(program);
     EXPECT_THAT(file(), HasSubstr("TargetPO=5"));
+}
+
+// As bytes: who may do what with a file.
+std::string rightsOf(const std::wstring& path) {
+    DWORD size = 0;
+    GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    std::string rights(size, '\0');
+    GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, rights.data(), size, &size);
+    return rights;
+}
+
+TEST_F(SettingsWindow, KeepsTheFilesMarksAndWhoMayDoWhatWithIt) {
+    use(mine);
+    PSECURITY_DESCRIPTOR everybody = nullptr;
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(
+        L"D:P(A;;FA;;;WD)", SDDL_REVISION_1, &everybody, nullptr));
+    const std::string before = rightsOf(folders_.settings());
+    ASSERT_TRUE(
+        SetFileSecurityW(folders_.settings().c_str(), DACL_SECURITY_INFORMATION, everybody));
+    LocalFree(everybody);
+    const std::string rights = rightsOf(folders_.settings());
+    ASSERT_NE(rights, before);
+    ASSERT_TRUE(SetFileAttributesW(folders_.settings().c_str(), FILE_ATTRIBUTE_HIDDEN));
+    // A write that was broken off left this, hidden too.
+    Folders::write(folders_.settings() + L".new", "half");
+    SetFileAttributesW((folders_.settings() + L".new").c_str(), FILE_ATTRIBUTE_HIDDEN);
+    Program program(folders_);
+    program.enter(pageTarget, at(F::targetPO), "5");
+    endByOk(program);
+    EXPECT_THAT(file(), HasSubstr("TargetPO=5"));
+    EXPECT_EQ(rightsOf(folders_.settings()), rights);
+    EXPECT_NE(GetFileAttributesW(folders_.settings().c_str()) & FILE_ATTRIBUTE_HIDDEN, 0u);
+    EXPECT_EQ(Folders::entries(folders_.user()).size(), 1u);
 }
 
 TEST_F(SettingsWindow, SaysThatAnotherProgramHoldsTheFile) {
@@ -113,6 +147,58 @@ TEST_F(SettingsWindow, ASecondStartBringsTheFirstToTheFront) {
     EXPECT_FALSE(IsIconic(program.frame()));
     EXPECT_TRUE(comesTrue([&] { return GetForegroundWindow() == program.frame(); }));
     EXPECT_FALSE(program.hasEnded());
+}
+
+// A first one that has no window: one that ends by now.
+TEST_F(SettingsWindow, ASecondStartTakesThePlaceOfAFirstThatEnds) {
+    const HANDLE first = CreateMutexW(nullptr, TRUE, instanceMark);
+    const HANDLE second = startProgram(folders_);
+    Sleep(1000);  // it waits for the first by now
+    EXPECT_EQ(FindWindowW(windowClass, nullptr), nullptr);
+    EXPECT_NE(WaitForSingleObject(second, 0), WAIT_OBJECT_0);
+    ReleaseMutex(first);
+    CloseHandle(first);
+    const bool hasWindow =
+        comesTrue([] { return IsWindowVisible(FindWindowW(windowClass, nullptr)) != 0; });
+    EXPECT_TRUE(hasWindow);
+    if (hasWindow) {
+        Program program;
+        program.pressCancel();
+        EXPECT_TRUE(program.ends());
+    }
+    TerminateProcess(second, 99);
+    WaitForSingleObject(second, INFINITE);
+    CloseHandle(second);
+}
+
+bool searches(const Program& program) {
+    return comesTrue(
+        [&] { return narrow(program.text(pageTarget, idTargetState)).starts_with("Searching"); });
+}
+
+// Audio software that opened the window stands still until the program ends.
+TEST_F(SettingsWindow, EndsThoughASearchGoesOn) {
+    folders_.takeSlowFinder();
+    use("Version=1_112_1\r\n");
+    Program program(folders_);
+    ASSERT_TRUE(searches(program));
+    program.enter(pageTarget, at(F::targetPO), "5");
+    endByOk(program);
+    EXPECT_EQ(file(), "Version=1_112_1\r\nTargetPO=5\r\n");
+    EXPECT_EQ(Folders::entries(folders_.user()).size(), 1u);
+}
+
+TEST_F(SettingsWindow, OpensAgainWhileASearchOfBeforeGoesOn) {
+    folders_.takeSlowFinder();
+    Program first(folders_);
+    ASSERT_TRUE(searches(first));
+    first.pressCancel();
+    ASSERT_TRUE(comesTrue([&] { return !IsWindowVisible(first.frame()); }));
+    Program second(folders_);
+    EXPECT_TRUE(first.ends());
+    EXPECT_TRUE(searches(second));
+    second.pressCancel();
+    EXPECT_TRUE(second.ends());
 }
 
 TEST_F(SettingsWindow, WithoutTheDriversModuleSaysWhatHelps) {

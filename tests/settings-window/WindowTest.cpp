@@ -92,14 +92,31 @@ TEST_F(SettingsWindow, TransportWritesAKindByItsThreeKeys) {
                 StartsWith("Cycles of 500 to 2000 µs, 1 packet of up to"));
     program.choose(pageTransport, idWaitMode, 1);
     EXPECT_THAT(narrow(program.text(pageTransport, idWaitCost)), HasSubstr("5.0 % of one core"));
-    program.enter(pageTransport, at(F::fragment), "3");
-    SendMessageW(program.page(pageTransport), WM_COMMAND,
-                 MAKEWPARAM(static_cast<WORD>(at(F::fragment)), CBN_EDITCHANGE),
-                 reinterpret_cast<LPARAM>(program.control(pageTransport, at(F::fragment))));
+    program.typeInto(pageTransport, at(F::fragment), "3");
     endByOk(program);
     EXPECT_EQ(file(),
               "Version=1_112_1\r\nCycleTime=2000\r\nCycleMinTime=500\r\nFragment=3\r\n"
               "ThredMode=3\r\nFlexCycle=random\r\n");
+}
+
+TEST_F(SettingsWindow, PacketsAreWhatWasTypedLast) {
+    use("Version=1_112_1\r\n");
+    {
+        Program program(folders_);
+        program.turnTo(pageTransport);
+        program.choose(pageTransport, at(F::fragment), 3);  // its line stays chosen in the list
+        program.typeInto(pageTransport, at(F::fragment), "7");
+        endByOk(program);
+    }
+    EXPECT_EQ(file(), "Version=1_112_1\r\nFragment=7\r\n");
+    {
+        Program program(folders_);
+        program.turnTo(pageTransport);
+        program.typeInto(pageTransport, at(F::fragment), "9");
+        program.choose(pageTransport, at(F::fragment), 3);
+        endByOk(program);
+    }
+    EXPECT_EQ(file(), "Version=1_112_1\r\nFragment=4\r\n");
 }
 
 TEST_F(SettingsWindow, DiagnosticsWritesTheLog) {

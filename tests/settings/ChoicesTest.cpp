@@ -17,18 +17,61 @@ struct ChoiceRig {
     Document document() { return Document::open({"D\\", "R"}, 8, disk.files()); }
 };
 
+// Of the file as it was written, by the driver's own reading.
+TransferCase writtenKind(ChoiceRig& rig) {
+    ZENNO::InfFile tree;
+    tree.parseText(rig.disk.content[userPath]);
+    return transferCase(readSettings(tree, 8).values);
+}
+
 TEST(TransferChoice, LeadsFromEveryKindToEveryOther) {
-    for (const TransferKind& from : transferKinds()) {
-        for (const TransferKind& to : transferKinds()) {
-            SCOPED_TRACE(std::string(from.name) + " -> " + std::string(to.name));
-            ChoiceRig rig;
-            Document document = rig.document();
-            chooseTransfer(document, from.kind);
-            EXPECT_EQ(transferCase(document.reading().values), from.kind);
-            chooseTransfer(document, to.kind);
-            EXPECT_EQ(transferCase(document.reading().values), to.kind);
+    struct Case {
+        const char* why;
+        const char* text;
+    };
+    const Case files[] = {
+        {"nothing is said", ""},
+        {"Optimize is taken back, and would hold with another word",
+         "Fragment=Optimize\nFlexCycle=random\n"},
+        {"the same, behind the target's own wish",
+         "Fragment=Optimize\nFlexCycle=random\nTargetProfileLimitTime=500\n"},
+        {"Optimize plays no part", "Fragment=Optimize\nFlexCycle=fixAsio\n"},
+        {"a count", "Fragment=3\nFlexCycle=random\n"},
+    };
+    for (const Case& file : files) {
+        const auto rigOf = [&] { return ChoiceRig("Version=1_112_1\n" + std::string(file.text)); };
+        for (const TransferKind& from : transferKinds()) {
+            SCOPED_TRACE(std::string(file.why) + ": " + std::string(from.name));
+            ChoiceRig straight = rigOf();
+            Document chosen = straight.document();
+            chosen.setText(FieldId::cycleMinTime, "1");  // random takes no less
+            chooseTransfer(chosen, from.kind);
+            EXPECT_EQ(transferCase(chosen.reading().values), from.kind);
+            EXPECT_TRUE(chosen.save().isWritten);
+            EXPECT_EQ(writtenKind(straight), from.kind);
+            for (const TransferKind& to : transferKinds()) {
+                SCOPED_TRACE(to.name);
+                ChoiceRig rig = rigOf();
+                Document document = rig.document();
+                document.setText(FieldId::cycleMinTime, "1");
+                chooseTransfer(document, from.kind);
+                chooseTransfer(document, to.kind);
+                EXPECT_EQ(transferCase(document.reading().values), to.kind);
+                EXPECT_TRUE(document.save().isWritten);
+                EXPECT_EQ(writtenKind(rig), to.kind);
+            }
         }
     }
+}
+
+TEST(TransferChoice, ShowsThePacketsThatTheDriverThenTakes) {
+    ChoiceRig rig("Version=1_112_1\nFragment=Optimize\nFlexCycle=random\n");
+    Document document = rig.document();
+    EXPECT_EQ(document.text(FieldId::fragment), "disable") << "Optimize is taken back";
+    chooseTransfer(document, TransferCase::var);
+    EXPECT_TRUE(document.save().isWritten);
+    EXPECT_EQ(rig.disk.content[userPath], "Version=1_112_1\nFragment=disable\nFlexCycle=enable\n");
+    EXPECT_EQ(document.text(FieldId::fragment), "disable");
 }
 
 TEST(TransferChoice, OfWhatIsChosenAlreadyChangesNothing) {
@@ -76,7 +119,7 @@ TEST(TargetList, BeginsWithoutASearch) {
 
 TEST(TargetList, ShowsEverySinkInTheDriversOrder) {
     TargetList list;
-    list.onSearch();
+    list.onSearch({});
     EXPECT_EQ(list.statusText(), "Searching: 0 sinks so far.");
     list.onFound({target(9, "Attic", 1), target(1, "Kitchen(A)", 1), target(1, "Kitchen(B)", 2)});
     ASSERT_EQ(list.rows().size(), 3u);
@@ -114,9 +157,36 @@ TEST(TargetList, KeepsOneThatVanishesAndSaysSo) {
 TEST(TargetList, KeepsItsRowsThroughASearchThatCouldNotRun) {
     TargetList list;
     list.onFound({target(1, "Kitchen", 1)});
-    list.onSearch();
+    list.onSearch({});
     list.onFailed();
     EXPECT_EQ(list.rows().size(), 1u);
+}
+
+TEST(TargetList, BeginsAnewWhereSomethingElseIsAsked) {
+    const std::list<ZENNO::IPAddress> further = {ZENNO::IPAddress::loopbackV6()};
+    struct Case {
+        const char* why;
+        SearchQuestion before, after;
+        bool isKept;
+    };
+    const Case cases[] = {
+        {"the same", {}, {}, true},
+        {"the same, with more", {further, 3}, {further, 3}, true},
+        {"another interface", {{}, 3}, {{}, 4}, false},
+        {"all interfaces", {{}, 3}, {}, false},
+        {"an address more", {}, {further, 0}, false},
+        {"an address less", {further, 0}, {}, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.why);
+        TargetList list;
+        list.onSearch(c.before);
+        list.onFound({target(1, "Kitchen", 1), target(2, "Attic", 1)});
+        EXPECT_EQ(list.onSearch(c.after), !c.isKept);
+        EXPECT_EQ(list.rows().size(), c.isKept ? 2u : 0u);
+        list.onFound({target(2, "Attic", 1)});
+        EXPECT_EQ(list.statusText().find("Kitchen answers no more") == 0, c.isKept);
+    }
 }
 
 TEST(TargetList, ShowsNoStrangersNameUnescapedInASentence) {
@@ -150,6 +220,8 @@ TEST(FurtherAddresses, AreThoseOfTheFieldWhenItIsSound) {
     EXPECT_TRUE(furtherAddresses(document).empty());
     document.setText(FieldId::findIP, "fe80::1;fe80::2");
     EXPECT_EQ(furtherAddresses(document).size(), 2u);
+    document.setText(FieldId::networkInterface, "7");
+    EXPECT_EQ(searchQuestion(document), (SearchQuestion{furtherAddresses(document), 7}));
     document.setText(FieldId::findIP, "fe80::1;x");
     EXPECT_TRUE(furtherAddresses(document).empty());
 }

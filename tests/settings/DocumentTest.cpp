@@ -121,6 +121,15 @@ TEST(Document, TellsWhatTheDriverIgnores) {
               "The driver ignores \"SyncBufferCount=1\" in the file, and the default holds.");
 }
 
+TEST(Document, TellsWhatTheDriverTakesInPart) {
+    Rig rig("Version=1_112_1\nFindIP=fe80::1;x\n");
+    const Document document = rig.open();
+    EXPECT_EQ(document.text(FieldId::findIP), "fe80::1");
+    ASSERT_EQ(document.notes().size(), 1u);
+    EXPECT_EQ(document.notes()[0],
+              "The driver takes only what is an address of \"FindIP=fe80::1;x\" in the file.");
+}
+
 TEST(Document, TakesAKeyOutWhereOffIsNoValueOfIt) {
     Rig rig("Version=1_112_1\nASIOBufferSize=64\nTargetAddress=fe80::1,19642\nTargetPO=1\n");
     Document document = rig.open();
@@ -139,7 +148,9 @@ TEST(Document, MakesTheUsersFileFromTheFactorysWithItsFolder) {
     document.setOn(FieldId::phase, true);
     const SaveResult result = document.save();
     EXPECT_TRUE(result.isWritten);
-    EXPECT_NE(result.sentence.find("opens the driver anew"), std::string::npos);
+    EXPECT_EQ(result.sentence, "Your own settings now lie in " + userPath +
+                                   ": audio software that has the driver open reads them when it "
+                                   "opens the driver anew.");
     EXPECT_EQ(rig.user(), factoryText + "Phase=Invert\r\n");
     EXPECT_EQ(rig.disk.folders.count("R\\KORVENTE Velmora\\"), 1u);
     EXPECT_EQ(rig.disk.content[factoryPath], factoryText);
@@ -162,6 +173,44 @@ TEST(Document, WithATabIsWrittenWithoutIt) {
     document.setText(FieldId::cycleTime, "700");
     EXPECT_TRUE(document.save().isSaved);
     EXPECT_EQ(rig.user(), "Version=1_112_1\n; mine\nCycleTime=700\n");
+}
+
+TEST(Document, SaysWhenAudioSoftwareHearsOfTheChanges) {
+    const std::string atOnce =
+        "OK writes the changes; the audio software that opened this then searches anew.";
+    const std::string later =
+        "OK writes the changes; audio software that has the driver open reads them when it opens "
+        "the driver anew.";
+    struct Case {
+        const char* why;
+        std::string user, pointed;
+        bool isInUse;
+    };
+    const Case cases[] = {
+        {"the user's own", mine, "", true},
+        {"the user's own, which the driver has made the factory's", "Version=old\n", "", true},
+        {"one that the pointer names", "", "Version=1_112_1\n", true},
+        {"none yet: the driver has the factory's", "", "", false},
+        {"the driver does not read it", "Version=1_112_1\n;\tmine\n", "", false},
+        {"the driver does not read it, and has the pointer's", "A=\t1\n", "Version=1_112_1\n",
+         false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.why);
+        Rig rig(c.user);
+        rig.disk.content[pointerPath] = "SettingPath=X\\other.inf\n";
+        if (!c.pointed.empty()) rig.disk.content["X\\other.inf"] = c.pointed;
+        Document document = rig.open();
+        document.setText(FieldId::infoCycle, "5");
+        EXPECT_EQ(document.okSentence(), c.isInUse ? atOnce : later);
+        const SaveResult result = document.save();
+        EXPECT_TRUE(result.isWritten);
+        EXPECT_EQ(result.sentence.empty(), c.isInUse) << result.sentence;
+        EXPECT_EQ(result.sentence.find("opens the driver anew") != std::string::npos, !c.isInUse);
+        // A second change finds the same driver.
+        document.setText(FieldId::infoCycle, "6");
+        EXPECT_EQ(document.okSentence(), c.isInUse ? atOnce : later);
+    }
 }
 
 // ---- others write too ----
@@ -222,6 +271,30 @@ TEST(Document, OnASmallMachineEditsTheSectionThatIsRead) {
               "Version=1_112_1\nCPULOW=2\nStartDelay=5\nCycleTime=1\n"
               "[LOW]\nCycleTime=3\nInfoCycle=4\n");
     EXPECT_EQ(document.notes().size(), 1u);
+}
+
+// The driver skips the mark of either file.
+TEST(Document, SeesAFirstLineBehindAByteOrderMark) {
+    const std::string mark = "\xef\xbb\xbf";
+    Rig rig(mark + "CPULOW=2\r\nVersion=1_112_1\r\n[LOW]\r\nCycleTime=2\r\n");
+    rig.disk.content[debugPath] = mark + "Debug=enable\n";
+    Document document = rig.open(2);
+    EXPECT_EQ(document.text(FieldId::cpuLow), "2");
+    EXPECT_EQ(document.text(FieldId::cycleTime), "2") << "the machine is a small one";
+    ASSERT_EQ(document.notes().size(), 2u);
+    EXPECT_NE(document.notes()[0].find("what is set here for Debug:"), std::string::npos);
+    EXPECT_NE(document.notes()[1].find("CPULOW"), std::string::npos);
+    document.setText(FieldId::cycleTime, "3");
+    EXPECT_TRUE(document.save().isWritten);
+    EXPECT_EQ(rig.user(), mark + "CPULOW=2\r\nVersion=1_112_1\r\n[LOW]\r\nCycleTime=3\r\n");
+}
+
+TEST(Document, SeesADebugInfBehindAMarkMakeTheMachineASmallOne) {
+    Rig rig("Version=1_112_1\nCycleTime=1\n[LOW]\nCycleTime=2\n");
+    rig.disk.content[debugPath] =
+        "\xef\xbb\xbf"
+        "CPULOW=8\n";
+    EXPECT_EQ(rig.open(4).text(FieldId::cycleTime), "2");
 }
 
 TEST(Document, OnALargerMachineLeavesTheSectionLowAlone) {

@@ -99,6 +99,44 @@ TEST(Location, WithControlCharactersShowsWhatAWrittenFileWouldSay) {
     EXPECT_NE(found.notes[0].find("tab"), std::string::npos);
 }
 
+TEST(Location, OfAnotherReleaseThatTheDriverCannotReadStaysUntilItIsWritten) {
+    struct Case {
+        const char* why;
+        std::string text;
+    };
+    std::string utf16 = "\xff\xfe";
+    for (const char c : std::string("Version=1_112_1\r\n")) utf16 += {c, '\0'};
+    const Case cases[] = {
+        {"a tab", "Version=1_100_0\n;\tmine\nCycleTime=5\n"},
+        {"a tab and no Version", ";\tmine\nCycleTime=5\n"},
+        {"two bytes a character", utf16},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.why);
+        const TempFolder root;
+        const std::string driver = root.makeFolder(u8"driver");
+        const std::string roaming = root.makeFolder(u8"roaming");
+        root.makeFolder(u8"roaming/KORVENTE Velmora");
+        const auto user = root.native() / "roaming" / "KORVENTE Velmora" / "setting.inf";
+        std::ofstream(user, std::ios::binary) << c.text;
+        std::ofstream(root.native() / "driver" / "setting_org.inf", std::ios::binary)
+            << factoryText;
+        const std::string roamingFolder = roaming.substr(0, roaming.size() - 1);
+        const Location found = locate({driver, roamingFolder}, Files::ofThisComputer());
+        EXPECT_EQ(found.source, Source::user);
+        EXPECT_EQ(found.baseText, factoryText);
+        ASSERT_EQ(found.notes.size(), 1u);
+        EXPECT_NE(found.notes[0].find("leaves it alone"), std::string::npos) << found.notes[0];
+        EXPECT_EQ(found.notes[0].find("in its place: what"), std::string::npos);
+
+        // So does the driver.
+        EXPECT_EQ(locateSettings(driver, roamingFolder).settingPath, driver + "setting_org.inf");
+        std::string after;
+        ASSERT_TRUE(Files::ofThisComputer().read(found.path, after));
+        EXPECT_EQ(after, c.text);
+    }
+}
+
 TEST(Location, ThatIsHeldByAnotherProgramIsStillTheUsersOwn) {
     FilesInMemory disk;
     disk.content = {{userPath, "x"}, {factoryPath, factoryText}};

@@ -99,13 +99,39 @@ TEST(Reading, TakesOptimizeBackWhereCyclesAreDrawnAtRandom) {
 
 TEST(Reading, TellsWhatHoldsForNothing) {
     const Reading reading = readSettings(
-        "SyncBufferCount=1\nDebug=on\nPhase=invert\nFragment=-1\nFindIP=fe80::1;x\n"
+        "SyncBufferCount=1\nDebug=on\nPhase=invert\nFragment=-1\nFindIP=x;;fe80::1%3\n"
         "CycleTime=500\nUnknown=1\n",
         false);
-    const std::vector<std::string> wanted = {"Debug=on", "FindIP=fe80::1;x", "SyncBufferCount=1",
+    const std::vector<std::string> wanted = {"Debug=on", "FindIP=x;;fe80::1%3", "SyncBufferCount=1",
                                              "Fragment=-1", "Phase=invert"};
     EXPECT_EQ(reading.ignored, wanted);
+    EXPECT_TRUE(reading.partly.empty());
     EXPECT_EQ(reading.values.cycleTime, 500u);
+}
+
+TEST(Reading, TellsWhatHoldsInPart) {
+    struct Case {
+        const char* why;
+        const char* addresses;
+        std::size_t taken, ignored, partly;
+    };
+    const Case cases[] = {
+        {"all of them", "fe80::1;fe80::2", 2, 0, 0},
+        {"a separator at the end", "fe80::1;", 1, 0, 0},
+        {"one that does not parse", "fe80::1;x", 1, 0, 1},
+        {"an empty one", "fe80::1;;fe80::2", 2, 0, 1},
+        {"the last alone is good", "x;y;fe80::2", 1, 0, 1},
+        {"none is", "x", 0, 1, 0},
+        {"nothing between", ";", 0, 1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.why);
+        const std::string line = "FindIP=" + std::string(c.addresses);
+        const Reading reading = readSettings(line, false);
+        EXPECT_EQ(reading.values.findIPList.size(), c.taken);
+        EXPECT_EQ(reading.ignored, std::vector<std::string>(c.ignored, line));
+        EXPECT_EQ(reading.partly, std::vector<std::string>(c.partly, line));
+    }
 }
 
 TEST(Reading, OfASmallMachineIsOfTheSectionLow) {

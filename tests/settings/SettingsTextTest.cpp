@@ -59,6 +59,15 @@ TEST(SettingsText, ChangesOneValueAndNoOtherByte) {
     }
 }
 
+TEST(SettingsText, LeavesOutTheMarkInFrontAndNoOther) {
+    const std::string mark = "\xef\xbb\xbf";
+    EXPECT_EQ(withoutMark(mark + "A=1"), "A=1");
+    EXPECT_EQ(withoutMark(mark + mark + "A=1"), mark + "A=1") << "the second is text";
+    EXPECT_EQ(withoutMark("A=" + mark), "A=" + mark);
+    EXPECT_EQ(withoutMark("\xef\xbb"), "\xef\xbb") << "half a mark";
+    EXPECT_EQ(withoutMark(""), "");
+}
+
 TEST(SettingsText, SeesWhatMakesTheDriverRefuseAFile) {
     EXPECT_FALSE(hasControlCharacters("A=1\r\n\xc3\xa4=2\n"));
     EXPECT_TRUE(hasControlCharacters(";\tA"));

@@ -14,11 +14,14 @@ std::string folderOf(std::string path) {
     return ZENNO::folderOf(path) ? path : std::string();
 }
 
+constexpr const char* onlyWhenOpened =
+    "audio software that has the driver open reads them when it opens the driver anew.";
+
 // debug.inf is read on top, and may make this machine a small one or a large one.
 bool isLowWith(const std::string& base, const std::string& debug, std::int32_t cores) {
     ZENNO::InfFile tree;
-    tree.parseText(base);
-    tree.parseText(debug);
+    tree.parseText(withoutMark(base));
+    tree.parseText(withoutMark(debug));
     return readSettings(tree, cores).isLow;
 }
 
@@ -44,6 +47,7 @@ void Document::takeTexts(const std::string& base) {
     for (const Field& field : fields()) loaded_[at(field.id)] = fieldText(field.id, reading);
     texts_ = loaded_;
     ignored_ = reading.ignored;
+    partly_ = reading.partly;
 }
 
 std::string_view Document::sectionOf(FieldId id) const noexcept {
@@ -80,6 +84,19 @@ std::string Document::changedText(const std::string& base) const {
         const std::string& now = texts_[at(field.id)];
         if (now == loaded_[at(field.id)] || !refusal(field.id, now).empty()) continue;
         text = withValue(text, sectionOf(field.id), field.key, fileValue(field.id, now));
+    }
+    return withTheRestAsItWas(std::move(text), base);
+}
+
+// FlexCycle=random takes Fragment=Optimize back; with another FlexCycle that would hold again. What
+// nobody has touched goes on as it was shown.
+std::string Document::withTheRestAsItWas(std::string text, const std::string& base) const {
+    const Reading before = readSettings(base, isLow_), after = readSettings(text, isLow_);
+    for (const Field& field : fields()) {
+        if (texts_[at(field.id)] != loaded_[at(field.id)]) continue;
+        const std::string was = fieldText(field.id, before);
+        if (fieldText(field.id, after) == was) continue;
+        text = withValue(text, sectionOf(field.id), field.key, fileValue(field.id, was));
     }
     return text;
 }
@@ -118,10 +135,10 @@ SaveResult Document::save() {
     }
     SaveResult result{true, true, {}};
     if (location_.isToBeMade()) {
-        result.sentence = "Your own settings now lie in " + path() +
-                          ": audio software that has the driver open reads them when it opens the "
-                          "driver anew.";
+        result.sentence = "Your own settings now lie in " + path() + ": " + onlyWhenOpened;
         location_.source = Location::Source::user;
+    } else if (!location_.isInUse) {
+        result.sentence = "The changes are written to " + path() + ": " + onlyWhenOpened;
     }
     location_.isThere = true;
     location_.isUnread = false;
@@ -130,13 +147,24 @@ SaveResult Document::save() {
     return result;
 }
 
+// A driver that found no file of the user's, or one that it does not read, went on with another and
+// looks there alone for what has changed.
+std::string Document::okSentence() const {
+    if (!location_.isInUse) return std::string("OK writes the changes; ") + onlyWhenOpened;
+    return "OK writes the changes; the audio software that opened this then searches anew.";
+}
+
 std::vector<std::string> Document::notes() const {
     std::vector<std::string> notes = location_.notes;
     for (const std::string& line : ignored_) {
         notes.push_back("The driver ignores \"" + line + "\" in the file, and the default holds.");
     }
+    for (const std::string& line : partly_) {
+        notes.push_back("The driver takes only what is an address of \"" + line +
+                        "\" in the file.");
+    }
     ZENNO::InfFile debug;
-    debug.parseText(debugText_);
+    debug.parseText(withoutMark(debugText_));
     std::string keys;
     for (const Field& field : fields()) {
         debug.selectSection(sectionOf(field.id));

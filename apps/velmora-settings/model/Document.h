@@ -52,6 +52,9 @@ public:
     // it; whole or not at all.
     SaveResult save();
 
+    // What OK does with the changes, and when audio software hears of them.
+    std::string okSentence() const;
+
     // Sentences about the file: what the driver ignores in it, what debug.inf overrides.
     std::vector<std::string> notes() const;
     const std::string& debugText() const noexcept { return debugText_; }  // of debug.inf
@@ -61,6 +64,7 @@ private:
     static std::size_t at(FieldId id) noexcept { return static_cast<std::size_t>(id); }
     void takeTexts(const std::string& base);
     std::string changedText(const std::string& base) const;
+    std::string withTheRestAsItWas(std::string text, const std::string& base) const;
     std::string writtenText() const;
     SaveResult failedRead() const;
 
@@ -69,7 +73,7 @@ private:
     std::int32_t cores_ = 0;
     bool isLow_ = false;
     std::string debugText_;
-    std::vector<std::string> ignored_;
+    std::vector<std::string> ignored_, partly_;
     std::array<std::string, fieldCount> loaded_, texts_;
 };
 

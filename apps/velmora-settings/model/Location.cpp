@@ -13,10 +13,8 @@ namespace {
 using ZENNO::InfFile;
 
 std::string valueOf(std::string_view text, std::string_view key) {
-    constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
     InfFile tree;
-    tree.parseText(text);
+    tree.parseText(withoutMark(text));
     return tree.get(key);
 }
 
@@ -36,13 +34,21 @@ void takeFound(Location& location, Location::Source source, const std::string& p
     location.foundText = text;
     location.isThere = true;
     location.baseText = baseText(text, location);
-    if (hasControlCharacters(text)) {
+    const bool isRefused = hasControlCharacters(text);
+    location.isInUse = !isRefused;
+    const bool isOfAnother = hasOtherVersion(withoutControlCharacters(text), location);
+    if (isRefused && isOfAnother) {
+        location.notes.push_back(
+            path +
+            " holds a tab or another control character and is of another release: the driver "
+            "cannot read it and leaves it alone; what is shown here is the factory's, and OK with "
+            "a change writes that in its place.");
+    } else if (isRefused) {
         location.notes.push_back(
             path +
             " holds a tab or another control character, so the driver reads none of it: "
             "change something here and press OK to have it written without.");
-    }
-    if (hasOtherVersion(withoutControlCharacters(text), location)) {
+    } else if (isOfAnother) {
         location.notes.push_back(
             path +
             " is of another release, and the driver puts the factory's settings in its "

@@ -26,6 +26,7 @@ struct Location {
     std::string foundText;  // as it lies there; empty where it is to be made
     bool isThere = false;   // it could be read
     bool isUnread = false;  // it is there, but could not be read
+    bool isInUse = false;   // a driver that is open by now has it, and hears of what is written
     std::string baseText;   // what changes go into: see baseText()
     std::string factory;    // the factory's text
     bool hasFactory = false;

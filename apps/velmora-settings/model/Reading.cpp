@@ -1,142 +1,15 @@
 #include "apps/velmora-settings/model/Reading.h"
 
-#include <limits>
-#include <optional>
-#include <type_traits>
 #include <variant>
 
-#include "base/Number.h"
+#include "apps/velmora-settings/model/Address.h"
+#include "apps/velmora-settings/model/SettingsText.h"
 
 namespace velmora_settings {
 namespace {
 
 using ZENNO::InfFile;
 using ZENNO::IPAddress;
-
-// Stores what a word or a number of the driver's table gives; false where it holds for nothing.
-struct Store {
-    DriverSettings& settings;
-    std::int64_t value;
-
-    bool operator()(std::monostate) const { return false; }
-    bool operator()(bool DriverSettings::*place) const {
-        settings.*place = true;
-        return true;
-    }
-    template <class T>
-    bool operator()(T DriverSettings::*place) const {
-        if constexpr (std::is_signed_v<T>) {
-            if (value > std::numeric_limits<T>::max() || value < std::numeric_limits<T>::min()) {
-                return false;
-            }
-        }
-        settings.*place = static_cast<T>(value);
-        return true;
-    }
-};
-
-bool takePcmRequest(DriverSettings& settings, const std::string& text) {
-    if (text == "CovertS32") {
-        settings.pcmRequest = 32;
-        settings.pcmConvertS32 = true;
-        return true;
-    }
-    const std::int64_t bits = ZENNO::readInteger(text);
-    if (bits < 0 || bits > INT32_MAX) return false;
-    settings.pcmRequest = static_cast<std::int32_t>(bits);
-    return true;
-}
-
-bool takeTargetAddress(DriverSettings& settings, const std::string& text) {
-    if (settings.targetAddress.parseV6WithPort(text)) return true;
-    settings.targetAddress = {};
-    return false;
-}
-
-bool takeFindIP(DriverSettings& settings, std::string_view text) {
-    bool all = true;
-    while (!text.empty()) {
-        const std::size_t end = text.find(';');
-        IPAddress address;
-        if (address.parseV6(text.substr(0, end))) {
-            settings.findIPList.push_back(address);
-        } else {
-            all = false;
-        }
-        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-    }
-    return all;
-}
-
-bool takeFragment(DriverSettings& settings, const std::string& text) {
-    if (text == "disable") {
-        settings.fragment = 1;
-    } else if (text == "enable") {
-        settings.fragment = 0;
-    } else if (text == "Optimize") {
-        settings.fragmentOptimize = true;
-    } else if (const std::int64_t packets = ZENNO::readInteger(text); packets >= 0) {
-        settings.fragment = static_cast<std::uint16_t>(packets);
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool takeFlexCycle(DriverSettings& settings, const std::string& text) {
-    if (text == "enable") {
-        settings.flexCycle = true;
-    } else if (text == "fixAsio") {
-        settings.fixAsio = true;
-    } else if (text == "random") {
-        settings.flexCycle = true;
-        settings.randomCycle = true;
-        settings.fragmentOptimize = false;
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool takeCustom(Reading& reading, FieldId id, const std::string& text, std::int32_t cores) {
-    switch (id) {
-        case FieldId::debug:
-            if (text != "enable" && text != "debug") return false;
-            reading.debug = text;
-            return true;
-        case FieldId::pcmRequest:
-            return takePcmRequest(reading.values, text);
-        case FieldId::targetAddress:
-            return takeTargetAddress(reading.values, text);
-        case FieldId::findIP:
-            return takeFindIP(reading.values, text);
-        case FieldId::cpuLow:
-            reading.cpuLow = ZENNO::readInteger(text);
-            reading.isLow = reading.cpuLow != 0 && cores <= reading.cpuLow;
-            return reading.cpuLow != 0;
-        case FieldId::fragment:
-            return takeFragment(reading.values, text);
-        case FieldId::flexCycle:
-            return takeFlexCycle(reading.values, text);
-        default:
-            return false;
-    }
-}
-
-bool takeKey(Reading& reading, const SettingsKey& key, FieldId id, const std::string& text,
-             std::int32_t cores) {
-    switch (key.kind) {
-        case SettingsKey::Kind::word:
-            return text == key.word && std::visit(Store{reading.values, 1}, key.place);
-        case SettingsKey::Kind::number: {
-            const std::int64_t value = ZENNO::readInteger(text);
-            return key.range.has(value) && std::visit(Store{reading.values, value}, key.place);
-        }
-        case SettingsKey::Kind::custom:
-            return takeCustom(reading, id, text, cores);
-    }
-    return false;
-}
 
 std::string wordIf(bool isSet, FieldId id) {
     return isSet ? std::string(fieldOf(id).words[0]) : std::string();
@@ -154,33 +27,15 @@ std::string flexText(const DriverSettings& settings) {
     return settings.flexCycle ? "enable" : "";
 }
 
-std::string addressText(const IPAddress& address) {
-    std::string text;
-    if (!address.isNone()) address.toTextWithPort(text);
-    return text;
+std::string targetText(const IPAddress& address) {
+    return address.isNone() ? std::string() : addressTextWithPort(address);
 }
 
 std::string listText(const std::list<IPAddress>& addresses) {
     std::string text;
-    for (const IPAddress& address : addresses) text += (text.empty() ? "" : ";") + address.text();
+    for (const IPAddress& address : addresses)
+        text += (text.empty() ? "" : ";") + addressText(address);
     return text;
-}
-
-Reading read(InfFile tree, std::int32_t cores, std::optional<bool> isLow) {
-    tree.selectSection("global");
-    Reading reading;
-    const auto keys = settingsKeys();
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        const FieldId id = static_cast<FieldId>(i);
-        const std::string text = tree.get(std::string(keys[i].name));
-        if (!text.empty() && !takeKey(reading, keys[i], id, text, cores)) {
-            reading.ignored.push_back(std::string(keys[i].name) + "=" + text);
-        }
-        if (id != FieldId::cpuLow) continue;
-        reading.isLow = isLow.value_or(reading.isLow);
-        if (reading.isLow) tree.selectSection("LOW");
-    }
-    return reading;
 }
 
 struct NumberText {
@@ -195,16 +50,16 @@ struct NumberText {
 
 }  // namespace
 
-Reading readSettings(const InfFile& tree, std::int32_t cores) {
-    return read(tree, cores, std::nullopt);
+Reading readSettings(InfFile tree, std::int32_t cores) {
+    tree.selectSection("global");
+    return ::readSettings(tree,
+                          [cores](std::int64_t cpuLow) { return cpuLow != 0 && cores <= cpuLow; });
 }
 
 Reading readSettings(std::string_view text, bool isLow) {
-    constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
     InfFile tree;
-    tree.parseText(text);
-    return read(tree, 0, isLow);
+    tree.parseText(withoutMark(text));
+    return ::readSettings(tree, [isLow](std::int64_t) { return isLow; });
 }
 
 std::string fieldText(FieldId id, const Reading& reading) {
@@ -223,7 +78,7 @@ std::string fieldText(FieldId id, const Reading& reading) {
         case FieldId::pcmRequest:
             return values.pcmConvertS32 ? "CovertS32" : std::to_string(values.pcmRequest);
         case FieldId::targetAddress:
-            return addressText(values.targetAddress);
+            return targetText(values.targetAddress);
         case FieldId::findIP:
             return listText(values.findIPList);
         case FieldId::cpuLow:

@@ -1,5 +1,4 @@
-// What the driver makes of a settings file, told from the text alone: no file is opened, no log is
-// switched, and what is ignored is told. A test holds it against the driver's own loadSettings.
+// A settings file as the driver reads it, and each value as its field shows it.
 #pragma once
 
 #include <cstdint>
@@ -13,17 +12,10 @@
 
 namespace velmora_settings {
 
-struct Reading {
-    DriverSettings values;
-    std::string debug;        // "enable", "debug", or empty: the log is left as it is
-    std::int64_t cpuLow = 0;  // as it stands
-    bool isLow = false;       // this machine reads the keys behind CPULOW from the section LOW
-    // "SyncBufferCount=1": what stands in the file and holds for nothing.
-    std::vector<std::string> ignored;
-};
+using Reading = SettingsReading;
 
 // `cores`: physical ones of this machine, 0 when they cannot be told.
-Reading readSettings(const ZENNO::InfFile& tree, std::int32_t cores);
+Reading readSettings(ZENNO::InfFile tree, std::int32_t cores);
 // Whether the machine is a small one is settled, by a file that is read on top of this one.
 Reading readSettings(std::string_view text, bool isLow);
 

@@ -104,6 +104,11 @@ std::string withNewKey(std::string_view text, const std::vector<Line>& lines,
 
 }  // namespace
 
+std::string_view withoutMark(std::string_view text) noexcept {
+    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+    return text;
+}
+
 bool hasControlCharacters(std::string_view text) noexcept {
     return std::any_of(text.begin(), text.end(), isControl);
 }

@@ -10,6 +10,10 @@ namespace velmora_settings {
 // The section of the keys that stand before the first heading.
 inline constexpr std::string_view globalSection = "global";
 
+// A file may begin with a byte-order mark, which is none of its text: the driver's reader of files
+// skips it, while InfFile::parseText does not know of any.
+std::string_view withoutMark(std::string_view text) noexcept;
+
 // What the driver refuses a whole file for: control characters other than line ends.
 bool hasControlCharacters(std::string_view text) noexcept;
 // Tabs become blanks, the others are gone.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <map>
 
+#include "apps/velmora-settings/model/Address.h"
+#include "base/Number.h"
 #include "base/Printable.h"
 
 namespace velmora_settings {
@@ -19,13 +21,19 @@ constexpr const char* nobodyHelps =
 }  // namespace
 
 std::string TargetRow::addressText() const {
-    std::string text;
-    record.findAddress.toText(text);
-    return text;
+    return velmora_settings::addressText(record.findAddress);
 }
 
 std::string TargetRow::interfaceText() const {
     return std::to_string(key.scope);
+}
+
+bool TargetList::onSearch(const SearchQuestion& question) {
+    state_ = State::searching;
+    if (question == question_) return false;
+    question_ = question;
+    rows_.clear();
+    return true;
 }
 
 void TargetList::onFound(const VELMORA::FinderMap& found) {
@@ -68,9 +76,7 @@ std::string TargetList::statusText() const {
 }
 
 void useAlways(Document& document, const TargetRow& row) {
-    std::string address;
-    row.record.findAddress.toTextWithPort(address);
-    document.setText(FieldId::targetAddress, address);
+    document.setText(FieldId::targetAddress, addressTextWithPort(row.record.findAddress));
     document.setText(FieldId::targetPO, std::to_string(row.record.sinkNo));
 }
 
@@ -92,6 +98,11 @@ std::list<ZENNO::IPAddress> furtherAddresses(const Document& document) {
     tree.set(fieldOf(FieldId::findIP).key, document.text(FieldId::findIP));
     tree.selectSection("global");
     return readSettings(tree, 0).values.findIPList;
+}
+
+SearchQuestion searchQuestion(const Document& document) {
+    const std::int64_t number = ZENNO::readInteger(document.text(FieldId::networkInterface));
+    return {furtherAddresses(document), static_cast<std::uint32_t>(number)};
 }
 
 }  // namespace velmora_settings

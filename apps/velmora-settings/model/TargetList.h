@@ -2,6 +2,8 @@
 // used always.
 #pragma once
 
+#include <cstdint>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -19,11 +21,21 @@ struct TargetRow {
     std::string interfaceText() const;
 };
 
+// What a search asks.
+struct SearchQuestion {
+    std::list<ZENNO::IPAddress> addresses{};  // by unicast besides
+    std::uint32_t interfaceIndex = 0;         // 0: all of them
+
+    friend bool operator==(const SearchQuestion&, const SearchQuestion&) = default;
+};
+
 class TargetList {
 public:
     enum class State { notYet, searching, done, failed };
 
-    void onSearch() noexcept { state_ = State::searching; }
+    // True for another question than the last: who does not answer it may be there as before, so
+    // the list begins anew.
+    bool onSearch(const SearchQuestion& question);
     // Who was here and does not answer stays, marked, until forgetGone().
     void onFound(const VELMORA::FinderMap& found);
     void onFailed() noexcept { state_ = State::failed; }
@@ -36,6 +48,7 @@ public:
 
 private:
     State state_ = State::notYet;
+    SearchQuestion question_;
     std::vector<TargetRow> rows_;  // ascending by key
 };
 
@@ -44,7 +57,8 @@ void useAlways(Document& document, const TargetRow& row);
 void useAny(Document& document);
 bool isUsedAlways(const Document& document, const TargetRow& row);
 
-// What a search asks: the field "Further addresses" as it stands, without what does not parse.
+// The field "Further addresses" as it stands, without what does not parse.
 std::list<ZENNO::IPAddress> furtherAddresses(const Document& document);
+SearchQuestion searchQuestion(const Document& document);
 
 }  // namespace velmora_settings

@@ -43,7 +43,7 @@ private:
         setChoices(idDepth, choices, depth_);
     }
 
-    bool takeRest(int id) override {
+    bool takeRest(int id, int /*code*/) override {
         if (id == idConvert) {
             setConvertsIntegers(context_.document, isChecked(idConvert));
             if (!isChecked(idConvert)) context_.document.setText(FieldId::pcmRequest, depth_);

@@ -2,6 +2,7 @@
 // a report to copy.
 #include <cstring>
 
+#include "apps/velmora-settings/model/Address.h"
 #include "apps/velmora-settings/model/Report.h"
 #include "apps/velmora-settings/windows/Page.h"
 #include "apps/velmora-settings/windows/Text.h"
@@ -31,7 +32,7 @@ std::vector<std::string> interfaceLines() {
     ZENNO::getMyLinkLocalAddresV6(local, /*keepLoopback=*/false);
     for (const auto& [address, names] : local) {
         lines.push_back(std::to_string(address.scope) + ": " + ZENNO::printable(names.name) + ", " +
-                        address.text());
+                        addressText(address));
     }
     if (lines.empty()) lines.push_back("none with an IPv6 address of the link");
     return lines;
@@ -92,7 +93,7 @@ private:
                    context_.document.text(FieldId::debug));
     }
 
-    bool takeRest(int id) override {
+    bool takeRest(int id, int /*code*/) override {
         if (id != idLog) return false;
         context_.document.setText(FieldId::debug, chosen(id));
         return true;

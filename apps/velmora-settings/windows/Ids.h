@@ -1,4 +1,5 @@
-// The numbers of the controls, for the window and for the test that drives it.
+// The names of the window and the numbers of its controls, for the program and for the test that
+// drives it.
 #pragma once
 
 #include "apps/velmora-settings/model/Fields.h"
@@ -6,6 +7,7 @@
 namespace velmora_settings {
 
 inline constexpr wchar_t windowClass[] = L"VelmoraSettingsWindow";
+inline constexpr wchar_t instanceMark[] = L"Local\\KORVENTE Velmora settings";
 
 // The control of one field.
 constexpr int fieldControl(FieldId id) noexcept {

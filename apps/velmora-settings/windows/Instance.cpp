@@ -5,12 +5,14 @@
 namespace velmora_settings {
 
 Instance::Instance() {
-    mark_ = CreateMutexW(nullptr, FALSE, L"Local\\KORVENTE Velmora settings");
+    mark_ = CreateMutexW(nullptr, /*bInitialOwner=*/TRUE, instanceMark);
     isFirst_ = mark_ == nullptr || GetLastError() != ERROR_ALREADY_EXISTS;
 }
 
 Instance::~Instance() {
-    if (mark_ != nullptr) CloseHandle(mark_);
+    if (mark_ == nullptr) return;
+    if (isFirst_) ReleaseMutex(mark_);
+    CloseHandle(mark_);
 }
 
 bool Instance::bringFirstToFront() {
@@ -24,7 +26,9 @@ bool Instance::bringFirstToFront() {
             SetForegroundWindow(GetLastActivePopup(window));
             return true;
         }
-        Sleep(pause);
+        const DWORD waited = WaitForSingleObject(mark_, pause);
+        isFirst_ = waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
+        if (isFirst_) return false;
     }
     return false;
 }

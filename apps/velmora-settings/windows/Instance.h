@@ -1,4 +1,5 @@
-// One window a session: a second start brings the first one's window to the front.
+// One window a session: a second start brings the first one's window to the front, or takes the
+// place of a first one that ends.
 #pragma once
 
 #include <windows.h>
@@ -13,11 +14,12 @@ public:
     Instance& operator=(const Instance&) = delete;
 
     bool isFirst() const noexcept { return isFirst_; }
-    // For a second one. The first may be so young that it has no window yet; it is waited for.
-    static bool bringFirstToFront();
+    // For a second one. The first may be so young that it has no window yet, or about to end; it is
+    // waited for. False: it has ended, and this is the first by now; or it shows nothing.
+    bool bringFirstToFront();
 
 private:
-    HANDLE mark_ = nullptr;
+    HANDLE mark_ = nullptr;  // a mutex that the first one holds for as long as it lives
     bool isFirst_ = true;
 };
 

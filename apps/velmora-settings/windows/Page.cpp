@@ -114,7 +114,7 @@ void Page::onCommand(int id, int code) {
     const bool isChange =
         code == BN_CLICKED || code == EN_CHANGE || code == CBN_SELCHANGE || code == CBN_EDITCHANGE;
     if (!isChange) return;
-    if (!takeRest(id) && !(isField(id) && takeField(id))) return;
+    if (!takeRest(id, code) && !(isField(id) && takeField(id))) return;
     isFilling_ = true;
     refresh();
     isFilling_ = false;

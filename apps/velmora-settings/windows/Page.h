@@ -56,8 +56,9 @@ protected:
     // What a page has besides its bound fields.
     virtual void prepare() {}
     virtual void fillRest() {}
-    virtual bool takeRest(int /*id*/) { return false; }  // true: it was one of these
-    virtual bool press(int /*id*/) { return false; }     // a button; true: it was one of these
+    // `code` says how it was changed, as CBN_SELCHANGE. True: it was one of these.
+    virtual bool takeRest(int /*id*/, int /*code*/) { return false; }
+    virtual bool press(int /*id*/) { return false; }  // a button; true: it was one of these
 
     HWND control(int id) const noexcept { return GetDlgItem(window_, id); }
     void show(int id, std::string_view text) const;

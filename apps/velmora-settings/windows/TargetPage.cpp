@@ -7,7 +7,6 @@
 
 #include "apps/velmora-settings/windows/Page.h"
 #include "apps/velmora-settings/windows/Text.h"
-#include "base/Number.h"
 #include "base/Printable.h"
 #include "src/Network/LocalInterfaces.h"
 
@@ -103,7 +102,7 @@ private:
         setChoices(idInterface, choices, number);
     }
 
-    bool takeRest(int id) override {
+    bool takeRest(int id, int /*code*/) override {
         if (id != idInterface) return false;
         context_.document.setText(FieldId::networkInterface, chosen(id));
         return true;
@@ -134,11 +133,10 @@ private:
     void search() {
         VELMORA::asio_velmora_find_call* const finder = context_.module.finder();
         if (finder == nullptr || context_.searcher.isRunning()) return;
-        const std::int64_t number =
-            ZENNO::readInteger(context_.document.text(FieldId::networkInterface));
-        context_.targets.onSearch();
-        context_.searcher.start(context_.frame, *finder, furtherAddresses(context_.document),
-                                static_cast<std::uint32_t>(number));
+        const SearchQuestion question = searchQuestion(context_.document);
+        if (context_.targets.onSearch(question)) showRows();
+        context_.searcher.start(context_.frame, *finder, question.addresses,
+                                question.interfaceIndex);
         showSearching(true);
         refresh();
     }

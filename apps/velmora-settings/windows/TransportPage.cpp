@@ -118,24 +118,25 @@ private:
         show(idFragment, packetsShown(context_.document.text(FieldId::fragment)));
     }
 
-    bool takeRest(int id) override {
+    bool takeRest(int id, int code) override {
         if (id == idTransferKind) {
             chooseTransfer(context_.document, static_cast<TransferCase>(numberOf(chosen(id))));
             fill();
             return true;
         }
         if (id == idFragment) {
-            takePackets();
+            takePackets(code);
             return true;
         }
         return id == idFormat || takeThreadMode(id);
     }
 
-    // A line of the list that was just chosen stands in the edit a moment later only.
-    void takePackets() {
+    // A line of the list that was just chosen stands in the edit a moment later only; while
+    // somebody types, the list may still have the line of before, or one that begins alike.
+    void takePackets(int code) {
         const LRESULT line = SendMessageW(control(idFragment), CB_GETCURSEL, 0, 0);
         std::string shown = textOf(control(idFragment));
-        if (line >= 0) {
+        if (code == CBN_SELCHANGE && line >= 0) {
             wchar_t text[64] = {};
             SendMessageW(control(idFragment), CB_GETLBTEXT, static_cast<WPARAM>(line),
                          reinterpret_cast<LPARAM>(text));

@@ -85,8 +85,17 @@ bool Window::run() {
         DispatchMessageW(&message);
     }
     KillTimer(window_, searchTimer);
-    ShowWindow(window_, SW_HIDE);  // a search that still runs is waited for unseen
+    ShowWindow(window_, SW_HIDE);
+    endWithoutTheSearch();
     return true;
+}
+
+// Audio software may stand still until this process ends, and a search may go on for minutes. What
+// was to be written is written, and a search leaves nothing behind: the process ends with it.
+void Window::endWithoutTheSearch() {
+    constexpr std::chrono::seconds patience(1);
+    context_.doctor.end();
+    if (!context_.searcher.endsWithin(patience)) TerminateProcess(GetCurrentProcess(), 0);
 }
 
 bool Window::create() {
@@ -205,7 +214,7 @@ void Window::showMessage() {
     if (!problems.empty()) {
         text = problems[0].sentence;
     } else if (document.isChanged()) {
-        text = "OK writes the changes; the audio software that opened this then searches anew.";
+        text = document.okSentence();
     } else if (!document.notes().empty()) {
         text = document.notes()[0];
     }

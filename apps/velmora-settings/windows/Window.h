@@ -35,6 +35,7 @@ private:
     bool endsByKey(const MSG& message);
     void showMessage();
     void onOk();
+    void endWithoutTheSearch();
     void goTo(FieldId field);
 
     Context context_;

@@ -64,16 +64,23 @@ Searcher::~Searcher() {
 void Searcher::start(HWND window, VELMORA::asio_velmora_find_call& finder,
                      std::list<ZENNO::IPAddress> addresses, std::uint32_t interfaceIndex) {
     if (isRunning_) return;
-    thread_ =
-        std::thread([this, window, &finder, addresses = std::move(addresses), interfaceIndex] {
-            try {
-                couldRun_ = finder.find(found_, addresses, interfaceIndex);
-            } catch (const std::exception&) {
-                couldRun_ = false;  // memory is short
-            }
-            PostMessageW(window, messageFound, 0, 0);
-        });
+    std::promise<void> ended;
+    ended_ = ended.get_future();
+    thread_ = std::thread([this, window, &finder, addresses = std::move(addresses), interfaceIndex,
+                           ended = std::move(ended)]() mutable {
+        try {
+            couldRun_ = finder.find(found_, addresses, interfaceIndex);
+        } catch (const std::exception&) {
+            couldRun_ = false;  // memory is short
+        }
+        PostMessageW(window, messageFound, 0, 0);
+        ended.set_value();
+    });
     isRunning_ = true;
+}
+
+bool Searcher::endsWithin(std::chrono::milliseconds patience) const {
+    return !isRunning_ || ended_.wait_for(patience) == std::future_status::ready;
 }
 
 bool Searcher::take(VELMORA::FinderMap& found) {
@@ -85,7 +92,7 @@ bool Searcher::take(VELMORA::FinderMap& found) {
 
 // ---- the doctor ----
 
-Doctor::~Doctor() {
+void Doctor::end() {
     if (process_ != nullptr && isRunning_) TerminateProcess(process_, 1);
     take();
 }

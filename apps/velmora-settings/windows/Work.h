@@ -4,7 +4,9 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <list>
 #include <string>
 #include <thread>
@@ -24,24 +26,28 @@ public:
     // The finder is this thread's until the message has come.
     void start(HWND window, VELMORA::asio_velmora_find_call& finder,
                std::list<ZENNO::IPAddress> addresses, std::uint32_t interfaceIndex);
+    // False for a search that goes on for longer than this.
+    bool endsWithin(std::chrono::milliseconds patience) const;
     // On messageFound: false where the search could not run.
     bool take(VELMORA::FinderMap& found);
 
 private:
     std::thread thread_;
+    std::future<void> ended_;
     bool isRunning_ = false;  // the window's thread alone
     bool couldRun_ = false;   // these two: written by the thread, read when it is joined
     VELMORA::FinderMap found_;
 };
 
-// velmora-find doctor, with what it says. The destructor ends it if it still runs.
+// velmora-find doctor, with what it says.
 class Doctor {
 public:
-    ~Doctor();
+    ~Doctor() { end(); }
     bool isRunning() const noexcept { return isRunning_; }
     // False, with a sentence, where it could not be started.
     bool start(HWND window, const std::string& program, std::string& sentence);
     std::string take();  // on messageDoctorDone
+    void end();          // if it still runs
 
 private:
     void read(HWND window);

@@ -23,9 +23,9 @@ std::string programFolder() {
 }
 
 int runProgram() {
-    const Instance instance;
+    Instance instance;
+    if (!instance.isFirst() && instance.bringFirstToFront()) return 0;
     if (!instance.isFirst()) {
-        if (Instance::bringFirstToFront()) return 0;
         tell(nullptr,
              "The settings are open already but show no window: end velmora-settings.exe in the "
              "task manager and start it again.",
