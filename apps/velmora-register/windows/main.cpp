@@ -3,14 +3,14 @@
 
 #include <windows.h>
 
-#include <shlobj.h>
-
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "apps/velmora-register/windows/ExitCode.h"
+#include "apps/velmora-register/ExitCode.h"
+#include "apps/velmora-register/Registration.h"
 #include "apps/velmora-register/windows/Files.h"
-#include "apps/velmora-register/windows/Registered.h"
+#include "apps/velmora-register/windows/WindowsSystem.h"
 
 namespace velmora_register {
 namespace {
@@ -30,58 +30,6 @@ constexpr const wchar_t* usage =
     L"from another file; 6 the registry does not say what it should; 7 no administrator's "
     L"rights.\n";
 
-struct Answer {
-    ExitCode code;
-    std::wstring sentence;
-};
-
-Answer needsRights() {
-    return {exitNoRights,
-            L"This needs the rights of an administrator: choose \"Run as administrator\"."};
-}
-
-Answer status(const std::wstring& dll) {
-    const Registered now = lookFor(dll);
-    if (now.isWhole) return {exitDone, L"Registered: " + now.path};
-    if (!now.isAnything) return {exitAbsent, L"Not registered."};
-    if (!now.isOfFile && !now.path.empty()) {
-        return {exitElsewhere, L"Registered from another file: " + now.path};
-    }
-    return {exitNotHeld, L"Registered badly: " + now.fault + L"."};
-}
-
-Answer doRegister(const std::wstring& dll) {
-    if (!isFile(dll)) return {exitFolder, L"There is no file " + dll + L"."};
-    if (std::wstring why = unfitPath(dll); !why.empty()) return {exitFolder, std::move(why)};
-    if (!IsUserAnAdmin()) return needsRights();
-    // What is found afterwards is of this registration and of none before; and a class that leads
-    // to this file already would be left as it is by the driver, damaged or not.
-    removeKeys();
-    if (lookFor(dll).isAnything) {
-        return {exitNotHeld, L"An older registration of the driver could not be taken out."};
-    }
-    runRegsvr32(dll, /*removes=*/false);
-    const Registered now = lookFor(dll);
-    if (now.isWhole) return {exitDone, L"Registered: " + now.path};
-    return {exitNotHeld, L"The driver could not be registered: " + now.fault + L"."};
-}
-
-Answer doUnregister(const std::wstring& dll) {
-    const Registered before = lookFor(dll);
-    if (!before.isAnything) return {exitDone, L"Not registered."};
-    if (!before.path.empty() && !before.isOfFile) {
-        return {exitElsewhere,
-                L"Left alone, since it is registered from another file: " + before.path};
-    }
-    if (!IsUserAnAdmin()) return needsRights();
-    if (isFile(dll)) runRegsvr32(dll, /*removes=*/true);
-    if (lookFor(dll).isAnything) removeKeys();
-    if (lookFor(dll).isAnything) {
-        return {exitNotHeld, L"The driver's registration could not be taken out of the registry."};
-    }
-    return {exitDone, L"No longer registered."};
-}
-
 Answer users(const std::vector<std::wstring>& paths) {
     std::vector<std::wstring> held;
     for (const std::wstring& path : paths) {
@@ -95,7 +43,7 @@ Answer users(const std::vector<std::wstring>& paths) {
 }
 
 Answer fits(const std::wstring& dll) {
-    std::wstring why = unfitPath(dll);
+    std::wstring why = WindowsSystem().unfitPath(dll);
     return {why.empty() ? exitDone : exitFolder, std::move(why)};
 }
 
@@ -114,9 +62,10 @@ Answer answer(std::vector<std::wstring> words) {
         paths.push_back(path.substr(0, path.size() - leafOf(path).size()) +
                         L"asio_korvente_x64.dll");
     }
-    if (command == L"status") return status(paths.front());
-    if (command == L"register") return doRegister(paths.front());
-    if (command == L"unregister") return doUnregister(paths.front());
+    WindowsSystem system;
+    if (command == L"status") return status(system, paths.front());
+    if (command == L"register") return doRegister(system, paths.front());
+    if (command == L"unregister") return doUnregister(system, paths.front());
     if (command == L"fits") return fits(paths.front());
     return {command == L"--help" ? exitDone : exitUsage, usage};
 }

@@ -1,9 +1,11 @@
-#include "apps/velmora-register/windows/Registered.h"
+#include "apps/velmora-register/windows/WindowsSystem.h"
 
 #include <windows.h>
 
-#include <vector>
+#include <shlobj.h>
 
+#include "apps/velmora-register/PathFit.h"
+#include "apps/velmora-register/windows/CodePage.h"
 #include "apps/velmora-register/windows/Files.h"
 #include "driver/Product.h"
 #include "platform/Module.h"
@@ -14,9 +16,6 @@ namespace {
 
 using ZENNO::platform::RegistryKey;
 using ZENNO::platform::RegistryRoot;
-
-// Much audio software keeps the path in 128 bytes, one of them for the end.
-constexpr int hostsPathLimit = 127;
 
 // The driver registers itself by the calls of the system's code page.
 std::wstring wide(const std::string& text) {
@@ -43,7 +42,15 @@ std::string entryKey() {
 
 }  // namespace
 
-Registered lookFor(const std::wstring& dll) {
+bool WindowsSystem::isFile(const std::wstring& path) {
+    return velmora_register::isFile(path);
+}
+
+bool WindowsSystem::isAdministrator() {
+    return IsUserAnAdmin() != 0;
+}
+
+Registered WindowsSystem::lookFor(const std::wstring& dll) {
     Registered out;
     const auto known = RegistryKey::openForReading(RegistryRoot::classes, classKey());
     const auto server =
@@ -77,24 +84,12 @@ Registered lookFor(const std::wstring& dll) {
     return out;
 }
 
-std::wstring unfitPath(const std::wstring& dll) {
-    BOOL isReplaced = FALSE;
-    const int size = static_cast<int>(dll.size());
-    const int bytes = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, dll.data(), size, nullptr,
-                                          0, nullptr, &isReplaced);
-    if (isReplaced) {
-        return L"Audio software cannot read the path of the driver in this folder: it has letters "
-               L"beyond this system's code page. Choose another folder.";
-    }
-    if (bytes > hostsPathLimit) {
-        return L"This folder's path is too long: with the driver's name it has " +
-               std::to_wstring(bytes) + L" characters, and audio software reads no more than " +
-               std::to_wstring(hostsPathLimit) + L". Choose a folder with a shorter path.";
-    }
-    return {};
+std::wstring WindowsSystem::unfitPath(const std::wstring& dll) {
+    return velmora_register::unfitPath(dll, GetACP(), bytesInCodePage);
 }
 
-void runRegsvr32(const std::wstring& dll, bool removes) {
+// By regsvr32, whose result tells nothing here: the driver's exports say 1 for success.
+void WindowsSystem::callDriver(const std::wstring& dll, bool removes) {
     wchar_t system[MAX_PATH] = {};
     const UINT length = GetSystemDirectoryW(system, MAX_PATH);
     if (length == 0 || length >= MAX_PATH) return;
@@ -113,7 +108,7 @@ void runRegsvr32(const std::wstring& dll, bool removes) {
     CloseHandle(process.hProcess);
 }
 
-void removeKeys() {
+void WindowsSystem::removeKeys() {
     if (const auto classes = RegistryKey::open(RegistryRoot::classes, "CLSID")) {
         classes.deleteTree(classId());
     }
