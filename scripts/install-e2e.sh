@@ -33,6 +33,8 @@ promise() {
 }
 is() { [ "$1" = "$2" ] || { printf 'it is "%s", not "%s"' "$1" "$2"; return 1; }; }
 file_says() { grep -qF -- "$2" "$1" || { printf 'it says "%s"' "$(cat "$1")"; return 1; }; }
+files_of() { (cd "$1" && find . | LC_ALL=C sort | tr '\n' ' '); }
+does_not_say() { ! grep -qF -- "$1" "$install_work/said.txt" || { printf 'it says "%s"' "$(cat "$install_work/said.txt")"; return 1; }; }
 is_there() { [ -e "$1" ] || { printf 'there is no %s' "${1#"$install_drive"/}"; return 1; }; }
 is_gone() { [ ! -e "$1" ] || { printf 'there is %s' "${1#"$install_drive"/}"; return 1; }; }
 is_same() { cmp "$1" "$2"; }
@@ -79,6 +81,7 @@ registry_value() {
     if [ -n "${2-}" ]; then set -- "$1" /v "$2"; else set -- "$1" /ve; fi
     install_wine reg query "$@" 2>>"$logs/install-registry.log" | tr -d '\r' | sed -nE 's/^ +.* +REG_(SZ|DWORD) +(.*)$/\2/p'
 }
+key_is_gone() { ! install_wine reg query "$1" 2>>"$logs/install-registry.log"; }
 class_path() { registry_value "HKCR\\CLSID\\$install_class\\InprocServer32"; }
 
 # snapshot NAME: all of the registry without its times, and every file and folder of the drive with its sum.
@@ -124,7 +127,8 @@ need_install_prefix() {
     begin_install_wine
 }
 
-# make_packages: today's, an older one with one file more and other factory settings, and one whose DLL is none.
+# make_packages: today's, an older one with one file more, one less and other factory settings, and one whose DLL is
+# none.
 make_packages() {
     local version
     version=$(package_version)
@@ -135,6 +139,7 @@ make_packages() {
     cp -r "$stage" "$old"
     sed -i -e 's/^Version=.*/Version=1_111_0/' -e 's/^CycleTime=.*/CycleTime=1500/' "$old/setting_org.inf"
     echo "of old" >"$old/docs/of-old.txt"
+    rm "$old/docs/log.svg"
     log_step "Packing an older version" install-old make_setup "$old" 1.111.0 "$install_work/setup-old.exe" zlib
     cp -r "$stage" "$broken"
     echo "no DLL" >"$broken/asio_korvente_x64.dll"
@@ -205,8 +210,16 @@ try_halfway() {
     mkdir -p "$install_folder/velmora-log.exe"
     setup now
     refused 4 "Not all files could be written into C:\\Program Files\\KORVENTE Velmora."
-    promise "what was written is gone again" is "$(cd "$install_folder" && find . | sort | tr '\n' ' ')" ". ./velmora-log.exe "
+    promise "what was written is gone again" is "$(files_of "$install_folder")" ". ./velmora-log.exe "
     promise "no host sees a driver" nothing_listed
+    rm -rf "$install_folder"
+    # The uninstaller is written last, when the driver is registered.
+    mkdir -p "$install_folder/uninstall.exe"
+    setup now
+    refused 4 "Not all files could be written into C:\\Program Files\\KORVENTE Velmora."
+    promise "it speaks of no older version" does_not_say "installed before"
+    promise "what was written is gone again" is "$(files_of "$install_folder")" ". ./uninstall.exe "
+    promise "the key of all ASIO drivers is gone again" key_is_gone 'HKLM\SOFTWARE\ASIO'
     rm -rf "$install_folder"
     install_wine reg add 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1 || true
     setup now
@@ -216,6 +229,91 @@ try_halfway() {
     install_wine reg delete 'HKLM\SOFTWARE\ASIO' /f >/dev/null 2>&1 || true
     rm -rf "$install_folder"
 }
+# Setup removes the older version, and then cannot go on.
+try_failing_upgrade() {
+    setup old
+    setup broken '/D=C:\other\Velmora'
+    refused 6 "The driver could not be registered"
+    promise "it says what is lost" file_says "$install_work/said.txt" \
+        "The version that was installed before, 1.111.0, is removed already: run setup again."
+    promise "the older version is gone" is_gone "$install_folder"
+    promise "what was written is gone again" is_gone "$install_drive/other/Velmora"
+    promise "the list of apps has no entry" key_is_gone "$install_uninstall_key"
+    promise "no host sees a driver" nothing_listed
+    rm -rf "$install_drive/other"
+    setup old
+    mkdir -p "$install_folder/docs/log.svg"
+    echo mine >"$install_folder/mine.txt"
+    setup now
+    refused 4 "Not all files could be written into C:\\Program Files\\KORVENTE Velmora."
+    promise "it says what is lost" file_says "$install_work/said.txt" \
+        "The version that was installed before, 1.111.0, is removed already: run setup again."
+    promise "what was written is gone again" is "$(files_of "$install_folder")" ". ./docs ./docs/log.svg ./mine.txt "
+    promise "the list of apps has no entry" key_is_gone "$install_uninstall_key"
+    promise "no host sees a driver" nothing_listed
+    rmdir "$install_folder/docs/log.svg"
+    setup now
+    promise "run again, it ends well" is "$code" 0
+    look_at_installed "$install_folder" "$build/package-windows/stage" "$(package_version)"
+    remove "$install_folder"
+    rm -rf "$install_folder"
+}
+# An uninstaller that refuses: a program that ends with 2, and a file that is none. In the same folder and in another.
+try_refusing_uninstaller() {
+    local folder
+    setup old
+    cp "$(exe velmora-register)" "$install_folder/uninstall.exe"
+    rm -rf "$install_work/refusing"
+    cp -r "$install_folder" "$install_work/refusing"
+    for folder in 'C:\Program Files\KORVENTE Velmora' 'C:\other'; do
+        setup now "/D=$folder"
+        refused 8 "1.111.0 in C:\\Program Files\\KORVENTE Velmora, could not be removed: its uninstaller ended with 2."
+    done
+    echo "no program" >"$install_folder/uninstall.exe"
+    setup now
+    refused 8 "its uninstaller cannot be run."
+    cp "$(exe velmora-register)" "$install_folder/uninstall.exe"
+    promise "nothing has changed" is_same_tree "$install_work/refusing" "$install_folder"
+    promise "nothing is left in the other folder" is_gone "$install_drive/other"
+    promise "the class leads to the older DLL" is "$(class_path)" 'c:\program files\korvente velmora\asio_korvente_x64.dll'
+    promise "the list of apps has the older version" is "$(registry_value "$install_uninstall_key" DisplayVersion)" 1.111.0
+    # As the guide says: its own setup brings the uninstaller back.
+    setup old
+    setup now '/D=C:\other'
+    promise "repaired, it can be moved and upgraded" is "$code" 0
+    look_at_installed "$install_drive/other" "$build/package-windows/stage" "$(package_version)"
+    promise "the folder before is gone" is_gone "$install_folder"
+    remove "$install_drive/other"
+    rm -rf "$install_drive/other" "$install_work/refusing"
+}
+# A move of an installation whose uninstaller somebody deleted: of this release, and of one with files of its own.
+try_missing_uninstaller() {
+    setup now
+    rm "$install_folder/uninstall.exe"
+    setup broken '/D=C:\other'
+    refused 6 "The driver could not be registered"
+    promise "what was written is gone again" is_gone "$install_drive/other"
+    promise "what was there before is still there" is_there "$install_folder/asio_korvente_x64.dll"
+    promise "the list of apps still tells where" is "$(registry_value "$install_uninstall_key" InstallLocation)" \
+        'C:\Program Files\KORVENTE Velmora'
+    setup now '/D=C:\other'
+    promise "without the uninstaller it moves" is "$code" 0
+    look_at_installed "$install_drive/other" "$build/package-windows/stage" "$(package_version)"
+    promise "the folder before is gone" is_gone "$install_folder"
+    promise "there is nothing to say" does_not_say "uninstaller"
+    remove "$install_drive/other"
+    rm -rf "$install_drive/other"
+    setup old
+    rm "$install_folder/uninstall.exe"
+    echo mine >"$install_folder/mine.txt"
+    setup now '/D=C:\other'
+    promise "without the older uninstaller it moves" is "$code" 0
+    promise "it says what stays" file_says "$install_work/said.txt" "could not tell what else in C:\\Program Files\\KORVENTE Velmora is of it"
+    promise "what setup does not know stays" is "$(files_of "$install_folder")" ". ./docs ./docs/of-old.txt ./mine.txt "
+    look_at_installed "$install_drive/other" "$build/package-windows/stage" "$(package_version)"
+    remove "$install_drive/other"
+    rm -rf "$install_drive/other" "$install_folder"
+}
 # A stream of an older release's settings: the first opening by the new one puts the factory's in their place.
 play_installed() {
     local work=$install_work/play file=$install_work/music.wav
@@ -223,12 +321,11 @@ play_installed() {
     local wine_prefix=$install_prefix wine_variables=("${install_variables[@]}")
     mkdir -p "$work"
     [ -f "$file" ] || "$(native velmora-audio)" generate --seconds 2 --bits 16 --rate 44100 "$file"
-    play_over_the_net no "$work" "$file" "$work/played.wav" --pcm 16 -- >"$work/out.log" 2>&1 || {
-        printf 'the player ended with %s: ' $?
-        tail -n 3 "$work/player.log"
+    play_bit_for_bit no "$work" "$file" "$work/played.wav" --pcm 16 -- || {
+        echo "the player ended with $played_code:"
+        tail -n 3 "$work/player.log" "$work/compare.log"
         return 1
     }
-    "$(native velmora-audio)" compare --target-summary "$work/target.json" "$file" "$work/played.wav"
 }
 
 # A host under another name than ours that plays until it is ended.
@@ -236,9 +333,9 @@ start_host() {
     local tries=0
     mkdir -p "$install_drive/host"
     cp "$(exe velmora-play)" "$install_drive/host/My Host.exe"
-    rm -f "$install_work/held.wav"
-    in_target "$(native velmora-target)" --interface vtarget --once --seconds 120 --output "$install_work/held.wav" \
-        >"$install_work/held-target.log" 2>&1 &
+    rm -f "$install_work"/{held.wav,held-target.pid}
+    in_target "${numbered[@]}" "$install_work/held-target.pid" "$(native velmora-target)" --interface vtarget --once \
+        --seconds 120 --output "$install_work/held.wav" >"$install_work/held-target.log" 2>&1 &
     install_target_job=$!
     install_wine "$install_drive/host/My Host.exe" --driver "KORVENTE Velmora" --tone 440 --seconds 100 \
         >"$install_work/held-host.log" 2>&1 &
@@ -250,7 +347,7 @@ start_host() {
 end_host() {
     end_install_wine
     begin_install_wine
-    [ -z "$install_target_job" ] || { kill "$install_target_job" 2>/dev/null || true; wait "$install_target_job" 2>/dev/null || true; }
+    [ -z "$install_target_job" ] || end_job "$install_target_job" "$install_work/held-target.pid"
     install_target_job=
 }
 
@@ -267,7 +364,7 @@ drop_install_disks() {
 }
 end_install_e2e() {
     if [ -d "$install_prefix" ]; then env "${install_variables[@]}" wineserver -k -w 2>/dev/null || true; fi
-    [ -z "$install_target_job" ] || kill "$install_target_job" 2>/dev/null || true
+    [ -z "$install_target_job" ] || end_job "$install_target_job" "$install_work/held-target.pid"
     [ -z "$install_packing" ] || kill "$install_packing" 2>/dev/null || true
     drop_install_disks
 }
@@ -276,7 +373,8 @@ write_own_settings() {  # VERSION
     mkdir -p "$(install_settings)"
     printf '; mine\r\nVersion=%s\r\nCycleTime=700\r\n' "$1" >"$(install_settings)/setting.inf"
     # The stream of this suite has a busy machine to get along with.
-    printf 'ASIOBufferSizePre=2048\r\nSyncBufferCount=12\r\n' >"$(install_settings)/debug.inf"
+    # shellcheck disable=SC2046 # two settings
+    printf '%s\r\n' $(deep_ring 44100) >"$(install_settings)/debug.inf"
     cp "$(install_settings)/setting.inf" "$install_work/own.inf"
 }
 drop_own_settings() { rm -rf "$(install_settings)"; }
@@ -292,7 +390,32 @@ try_refusals_of_folders() {
     setup now '/D=C:\small\Velmora'
     refused 4 'too little room in C:\small\Velmora'
     promise "nothing is left there" is_gone "$install_drive/small/Velmora"
+    # Not through a batch file, which is read in a code page itself.
+    code=0
+    install_wine "$install_work/setup-now.exe" /S '/D=C:\velmora-音' >"$install_work/said.txt" 2>&1 </dev/null || code=$?
+    refused 4 "it has letters beyond this system's code page"
+    promise "nothing is left there" is_gone "$install_drive/velmora-音"
     promise "no host sees a driver" nothing_listed
+}
+# Another program holds what a setup program holds as long as it runs, until its file is taken away.
+try_two_at_once() {
+    local tries=0 job sign=$install_work/holds.txt
+    printf '%s\n' 'Unicode true' 'CPU amd64' 'Name holder' 'SilentInstall silent' 'RequestExecutionLevel user' \
+        "OutFile \"$install_work/holder.exe\"" 'Section' \
+        "System::Call 'kernel32::CreateMutexW(p 0, i 0, w \"Global\\KORVENTE Velmora setup\") p .r1'" \
+        'FileOpen $0 "$EXEDIR\holds.txt" w' 'FileClose $0' 'StrCpy $0 0' \
+        'again:' 'Sleep 100' 'IntOp $0 $0 + 1' 'IntCmp $0 600 done' 'IfFileExists "$EXEDIR\holds.txt" again' 'done:' \
+        'SectionEnd' >"$install_work/holder.nsi"
+    log_step "Making a program that holds setup up" install-holder makensis -V2 -WX -NOCD "$install_work/holder.nsi"
+    rm -f "$sign"
+    install_wine "$install_work/holder.exe" >"$logs/install-holder-run.log" 2>&1 </dev/null &
+    job=$!
+    until [ -e "$sign" ] || [ $tries -ge 300 ]; do sleep 0.1; tries=$((tries + 1)); done
+    setup now
+    rm -f "$sign"
+    wait "$job" || true
+    refused 3 "Another setup of KORVENTE Velmora is running. Finish that one first."
+    promise "nothing was installed" is_gone "$install_folder"
 }
 try_old_windows() {
     install_wine winecfg -v win7 >/dev/null 2>&1
@@ -387,6 +510,23 @@ try_removal() {
     snapshot after-setup
     snapshots_agree before after-setup
 }
+# The registration goes without the help of the DLL.
+try_removal_without_dll() {
+    local state
+    for state in missing damaged; do
+        setup now
+        if [ $state = missing ]; then rm "$install_folder/asio_korvente_x64.dll"; else
+            echo "no DLL" >"$install_folder/asio_korvente_x64.dll"
+        fi
+        remove "$install_folder"
+        promise "with a $state DLL the removal ends well" is "$code" 0
+        promise "with a $state DLL the class goes" key_is_gone "HKCR\\CLSID\\$install_class"
+        promise "with a $state DLL the entry for hosts goes" key_is_gone 'HKLM\SOFTWARE\ASIO'
+        promise "with a $state DLL the list of apps has no entry" key_is_gone "$install_uninstall_key"
+        promise "with a $state DLL the files go" is "$(files_of "$install_folder")" ". ./uninstall.exe "
+        rm -rf "$install_folder"
+    done
+}
 try_removal_with_settings() {
     setup now
     write_own_settings 1_112_1
@@ -431,8 +571,19 @@ try_zip() {
     refused 5 "Left alone, since it is registered from another file"
     remove "$install_folder"
     rm -rf "$install_folder"
+    cp -r "$folder" "$install_drive/zip/damaged"
+    echo "no DLL" >"$install_drive/zip/damaged/asio_korvente_x64.dll"
+    script "$install_drive/zip/damaged" install
+    refused 6 "The driver could not be registered: the class is not there."
+    promise "it speaks of no earlier registration" does_not_say "earlier registration"
     script "$folder" install
     promise "install.cmd ends well" is "$code" 0
+    script "$install_drive/zip/damaged" install
+    refused 6 "The earlier registration, of c:\\zip\\$name\\asio_korvente_x64.dll, is gone, too."
+    promise "no host sees a driver" nothing_listed
+    promise "the class is gone" key_is_gone "HKCR\\CLSID\\$install_class"
+    script "$folder" install
+    promise "install.cmd mends it" is "$code" 0
     promise "the class leads into its folder" is "$(class_path)" "c:\\zip\\$name\\asio_korvente_x64.dll"
     promise "a host lists the driver" list_has "KORVENTE Velmora"
     write_own_settings 1_112_1
@@ -456,6 +607,10 @@ try_zip() {
     script "$long/v" install
     refused 4 "path is too long"
     promise "no host sees a driver" nothing_listed
+    cp -r "$folder" "$install_drive/zip/音"
+    script "$install_drive/zip/音" install
+    refused 4 "it has letters beyond this system's code page"
+    promise "no host sees a driver" nothing_listed
     rm "$folder/velmora-register.exe"
     script "$folder" install
     refused 4 "Unpack the whole zip"
@@ -477,8 +632,12 @@ suite_install-e2e() {
     snapshot before
     try_refusals_of_folders
     try_old_windows
+    try_two_at_once
     try_broken
     try_halfway
+    try_failing_upgrade
+    try_refusing_uninstaller
+    try_missing_uninstaller
     try_upgrade
     try_downgrade
     try_downgrade_asked_for
@@ -486,6 +645,7 @@ suite_install-e2e() {
     try_held
     try_move
     try_removal
+    try_removal_without_dll
     try_removal_with_settings
     try_other_registration
     try_zip

@@ -39,7 +39,7 @@ stage_windows() {
 same_times() { find "$1" -exec touch -h -d "@$(package_time)" {} +; }
 files_below() { (cd "$1" && find . -type f -printf '%P\n' | LC_ALL=C sort); }
 
-# setup_lists STAGE: what velmora.nsi includes: each file of STAGE in, and out again.
+# setup_lists STAGE: what velmora.nsi includes: each file of STAGE in, and out of a FOLDER again.
 setup_lists() {
     local stage=$1 file folder at='' held_installed='' held_before='' name
     printf '!macro InstallFiles\n    SetOutPath "$INSTDIR"\n'
@@ -52,14 +52,14 @@ setup_lists() {
         fi
         printf '    File "${STAGE}/%s"\n' "$file"
     done < <(files_below "$stage")
-    printf '!macroend\n!macro RemoveFiles\n'
+    printf '!macroend\n!macro RemoveFiles FOLDER\n'
     while read -r file; do
-        printf '    Delete "$INSTDIR\\%s"\n' "${file//\//\\}"
+        printf '    Delete "${FOLDER}\\%s"\n' "${file//\//\\}"
     done < <(files_below "$stage")
-    printf '!macroend\n!macro RemoveFolders\n'
+    printf '!macroend\n!macro RemoveFolders FOLDER\n'
     # The innermost first; one that somebody else put something into stays.
     while read -r folder; do
-        printf '    RMDir "$INSTDIR\\%s"\n' "${folder//\//\\}"
+        printf '    RMDir "${FOLDER}\\%s"\n' "${folder//\//\\}"
     done < <(cd "$stage" && find . -mindepth 1 -type d -printf '%P\n' | LC_ALL=C sort -r)
     printf '!macroend\n'
     while read -r name; do

@@ -34,6 +34,7 @@ SetCompressor /SOLID ${COMPRESSOR}
 !define NEWER_THERE 5
 !define NOT_REGISTERED 6
 !define UNFIT 7
+!define NOT_REMOVED 8
 
 Name "${PRODUCT}"
 OutFile "${OUTFILE}"
@@ -91,7 +92,10 @@ Uninstall."
 Var sentence   ; what is wrong, or empty
 Var before     ; the folder of an installation that is there, or empty
 Var version    ; its version
+Var isOrphaned ; 1: it lies in another folder, without its uninstaller
+Var wasRemoved ; 1: that installation was removed on the way
 Var madeAsio   ; 1 where the key of all ASIO drivers came with this one
+Var madeFolder ; 1: the folder came with this attempt
 Var mayGoBack  ; 1: an older version may replace a newer one
 Var isRefused  ; 1: it was said why
 
@@ -249,12 +253,18 @@ Function leaveFolder
     ${EndIf}
 FunctionEnd
 
-; $sentence says why nothing can be written there, or is empty. A folder that it made goes again.
+; Nothing was written into it: a folder that was made for it goes again.
+Function dropFolder
+    ${If} $madeFolder = 1
+        RMDir "$INSTDIR"
+    ${EndIf}
+FunctionEnd
+
+; $sentence says why nothing can be written there, or is empty.
 Function checkRoom
     StrCpy $sentence ""
-    StrCpy $1 ""
     ${IfNot} ${FileExists} "$INSTDIR\*.*"
-        StrCpy $1 made
+        StrCpy $madeFolder 1
     ${EndIf}
     CreateDirectory "$INSTDIR"
     ClearErrors
@@ -277,23 +287,51 @@ are free."
             ${EndIf}
         ${EndIf}
     ${EndIf}
-    ${If} $1 == made
-    ${AndIf} $sentence != ""
-        RMDir "$INSTDIR"
+    ${If} $sentence != ""
+        Call dropFolder
     ${EndIf}
 FunctionEnd
 
-; What this setup made, where nothing was before.
+; What this setup made, where nothing is any more that was there before.
 Function undo
     ${If} $before == ""
+    ${OrIf} $wasRemoved = 1
+    ${OrIf} $isOrphaned = 1
         SetOutPath "$PLUGINSDIR"  ; not in the folder that is to go
         Push 'unregister "$INSTDIR\${DRIVER}"'
         Call velmoraRegister
         Pop $0
-        !insertmacro RemoveFiles
+        ${If} $madeAsio = 1
+            DeleteRegKey /ifempty HKLM "SOFTWARE\ASIO"
+        ${EndIf}
+        !insertmacro RemoveFiles "$INSTDIR"
         Delete "$INSTDIR\uninstall.exe"
-        !insertmacro RemoveFolders
+        !insertmacro RemoveFolders "$INSTDIR"
         RMDir "$INSTDIR"
+    ${EndIf}
+FunctionEnd
+
+; What lies before, without its uninstaller: what bears the names of our files goes, and it is said what stays.
+Function clearOrphan
+    !insertmacro RemoveFiles "$before"
+    !insertmacro RemoveFolders "$before"
+    RMDir "$before"
+    ${IfNot} ${FileExists} "$before\*.*"
+        Return
+    ${EndIf}
+    StrCpy $sentence "${PRODUCT} is installed in $INSTDIR. The uninstaller of the installation before was missing, and \
+setup could not tell what else in $before is of it: look there, and delete what you do not need."
+    ${If} ${Silent}
+        Call say
+    ${Else}
+        MessageBox MB_OK|MB_ICONINFORMATION "$sentence"
+    ${EndIf}
+FunctionEnd
+
+; What failed has cost more than the attempt.
+Function addLoss
+    ${If} $wasRemoved = 1
+        StrCpy $sentence "$sentence The version that was installed before, $version, is removed already: run setup again."
     ${EndIf}
 FunctionEnd
 
@@ -303,6 +341,7 @@ Function .onInstFailed
     ${EndIf}
     Call undo
     StrCpy $sentence "Not all files could be written into $INSTDIR. Look whether the disk is full, and try again."
+    Call addLoss
     Call say
     SetErrorLevel ${BAD_FOLDER}
 FunctionEnd
@@ -333,13 +372,27 @@ Section "-${PRODUCT}"
     ${AndIf} ${FileExists} "$before\uninstall.exe"
         ${If} $before != $INSTDIR
         ${OrIf} $version != "${VERSION}"
+            ClearErrors
             ExecWait '"$before\uninstall.exe" /S _?=$before' $0
-            ${If} $0 = 0
-                ; It cannot take itself away while it runs.
-                Delete "$before\uninstall.exe"
-                RMDir "$before"
+            ${If} ${Errors}
+                StrCpy $1 "cannot be run"
+            ${Else}
+                StrCpy $1 "ended with $0"
             ${EndIf}
+            ${If} $1 != "ended with 0"
+                Call dropFolder
+                StrCpy $sentence "The version that is installed, $version in $before, could not be removed: its \
+uninstaller $1. Remove it in Windows' settings, then run setup again."
+                ${Refuse} ${NOT_REMOVED}
+            ${EndIf}
+            ; It cannot take itself away while it runs.
+            Delete "$before\uninstall.exe"
+            RMDir "$before"
+            StrCpy $wasRemoved 1
         ${EndIf}
+    ${ElseIf} $before != ""
+    ${AndIf} $before != $INSTDIR
+        StrCpy $isOrphaned 1
     ${EndIf}
     System::Call 'advapi32::RegOpenKeyExW(p -2147483646, w "SOFTWARE\ASIO", i 0, i 0x20119, *p .r1) i .r0'
     ${If} $0 = 0
@@ -362,6 +415,7 @@ Section "-${PRODUCT}"
         Push $sentence
         Call undo
         Pop $sentence
+        Call addLoss
         ${Refuse} ${NOT_REGISTERED}
     ${EndIf}
     ClearErrors
@@ -388,6 +442,9 @@ Section "-${PRODUCT}"
     WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoRepair" 1
     WriteRegDWORD HKLM "${UNINSTALL_KEY}" "MadeAsioKey" $madeAsio
     SetOutPath "$PLUGINSDIR"
+    ${If} $isOrphaned = 1
+        Call clearOrphan
+    ${EndIf}
 SectionEnd
 
 ; By way of the shell, so that the settings are those of the person and not of the administrator.
@@ -421,12 +478,12 @@ Section "un.${PRODUCT}" removesAll
     ${EndIf}
 
     ClearErrors
-    !insertmacro RemoveFiles
+    !insertmacro RemoveFiles "$INSTDIR"
     ${If} ${Errors}
         StrCpy $sentence "Not all files in $INSTDIR could be removed. See whether they are write-protected, and try again."
         ${un.Refuse} ${BAD_FOLDER}
     ${EndIf}
-    !insertmacro RemoveFolders
+    !insertmacro RemoveFolders "$INSTDIR"
     Delete "$SMPROGRAMS\${PRODUCT}\Velmora settings.lnk"
     Delete "$SMPROGRAMS\${PRODUCT}\Velmora log.lnk"
     Delete "$SMPROGRAMS\${PRODUCT}\Velmora documents.lnk"
