@@ -40,12 +40,24 @@ is_gone() { [ ! -e "$1" ] || { printf 'there is %s' "${1#"$install_drive"/}"; re
 is_same() { cmp "$1" "$2"; }
 is_same_tree() { diff -rq "$1" "$2"; }
 
-# batch LINE: a command line as it stands, blanks and quotes included; its code in $code, its words in said.txt.
+# in_cmd FILE [ARGS...]: a batch file; its code in $code, its words in said.txt. Now and then Wine does not start a
+# program that is there. cmd ends with 9009 then, as nothing of ours does: it is told, and tried again.
 code=0
+not_started=$((9009 % 256))
+in_cmd() {
+    local attempt
+    for attempt in 1 2 3; do
+        code=0
+        install_wine cmd /c "$@" >"$install_work/said.txt" 2>&1 </dev/null || code=$?
+        [ $code = $not_started ] || return 0
+        say "  install-e2e: Wine did not start a program: $(tr -d '\r' <"$install_work/said.txt")"
+        sleep 2
+    done
+}
+# batch LINE: a command line as it stands, blanks and quotes included.
 batch() {
-    code=0
     printf '@echo off\r\n%s\r\nexit /b %%errorlevel%%\r\n' "$1" >"$install_work/line.cmd"
-    install_wine cmd /c "$(windows_path "$install_work/line.cmd")" >"$install_work/said.txt" 2>&1 </dev/null || code=$?
+    in_cmd "$(windows_path "$install_work/line.cmd")"
 }
 # setup VERSION [ARGS...]: runs a setup program silently.
 setup() {
@@ -72,14 +84,22 @@ remove_quietly() {
 script() {
     local folder=$1 name=$2
     shift 2
-    code=0
-    (cd "$folder" && install_wine cmd /c "$name.cmd" /S "$@" >"$install_work/said.txt" 2>&1 </dev/null) || code=$?
+    cd "$folder"
+    in_cmd "$name.cmd" /S "$@"
+    cd "$root"
 }
 
-# registry_value KEY NAME, and the key's own value without one.
+# registry_value KEY NAME, and the key's own value without one. Wine's reg once came back with nothing though the value was
+# there: it is asked twice.
 registry_value() {
+    local value attempt
     if [ -n "${2-}" ]; then set -- "$1" /v "$2"; else set -- "$1" /ve; fi
-    install_wine reg query "$@" 2>>"$logs/install-registry.log" | tr -d '\r' | sed -nE 's/^ +.* +REG_(SZ|DWORD) +(.*)$/\2/p'
+    for attempt in 1 2; do
+        value=$(install_wine reg query "$@" 2>>"$logs/install-registry.log" | tr -d '\r' |
+            sed -nE 's/^ +.* +REG_(SZ|DWORD) +(.*)$/\2/p')
+        [ -z "$value" ] || break
+    done
+    printf '%s\n' "$value"
 }
 key_is_gone() { ! install_wine reg query "$1" 2>>"$logs/install-registry.log"; }
 class_path() { registry_value "HKCR\\CLSID\\$install_class\\InprocServer32"; }
