@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <memory>
-#include <sstream>
+#include <string>
 
 #include "tests/apps/Scratch.h"
 #include "tests/support/Namespace.h"
@@ -14,6 +14,7 @@
 namespace {
 
 using velmora_play::DriverLog;
+using velmora_test::contents;
 
 void send(std::uint16_t port, const std::string& text) {
     const auto link = ZENNO::systemEnvironment().makeLink();
@@ -21,12 +22,6 @@ void send(std::uint16_t port, const std::string& text) {
     const auto* data = reinterpret_cast<const std::uint8_t*>(text.data());
     ASSERT_TRUE(link->sendDatagramTo({data, text.size()}, ZENNO::IPAddress::loopbackV6(port),
                                      /*retry=*/true));
-}
-
-std::string contents(const std::string& path) {
-    std::ostringstream all;
-    all << std::ifstream(path, std::ios::binary).rdbuf();
-    return all.str();
 }
 
 // From here on this process may no more than any user may.

@@ -1,35 +1,16 @@
 // The program as it is built: its help, and what it exits with as far as no network is needed.
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "tests/apps/FindWorld.h"
-#include "tests/apps/Scratch.h"
+#include "tests/apps/Program.h"
 
 namespace velmora_test {
 namespace {
 
-class FindProgram : public testing::Test {
+class FindProgram : public testing::Test, protected Program {
 protected:
-    // Exit code of `velmora-find arguments`; -1 if it did not exit by itself.
-    int run(const std::string& arguments) {
-        const auto program = std::filesystem::path(VELMORA_PLAY).replace_filename("velmora-find");
-        const std::string out = scratch.path("out"), err = scratch.path("err");
-        const int status =
-            std::system((program.string() + " " + arguments + " >" + out + " 2>" + err).c_str());
-        output = contents(out);
-        errors = contents(err);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    static std::string contents(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    Scratch scratch;
-    std::string output, errors;
+    FindProgram()
+        : Program(std::filesystem::path(VELMORA_PLAY).replace_filename("velmora-find").string()) {}
 };
 
 TEST_F(FindProgram, HelpsWithEveryCommandAndEveryExitCode) {

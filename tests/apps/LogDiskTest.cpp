@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 
@@ -22,12 +20,8 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 using velmora_log::LineFile;
+using velmora_test::contents;
 using velmora_test::Scratch;
-
-std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // No file of this process gets longer than so many bytes for as long as this lives: what reaches
 // beyond is taken in part or refused, as by a full disk.

@@ -10,9 +10,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,11 +26,7 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-
-std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+using velmora_test::contents;
 
 std::string program() {
     return std::filesystem::path(VELMORA_PLAY).replace_filename("velmora-log").string();

@@ -4,8 +4,6 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 
@@ -32,11 +30,6 @@ public:
     std::string output, errors;  // of the last run
 
 private:
-    static std::string contents(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
     std::string file_;
 };
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <span>
 #include <string>
 #include <string_view>
@@ -26,6 +27,12 @@ public:
 private:
     TempFolder folder_;
 };
+
+// All that stands in a file; empty where there is none.
+inline std::string contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 // "52 49 | 46" as bytes: what is no hexadecimal digit only separates.
 inline std::string hex(std::string_view text) {
